@@ -1,0 +1,141 @@
+#pragma once
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "engine/WaveReader.h"
+#include "platform/File.h"
+#include "platform/Sync.h"
+#include "platform/Types.h"
+#include "platform/WaveOut.h"
+
+// Messages the engine posts to the window of its control.
+constexpr UINT WM_PLAYCOMPLETE = 1753;
+constexpr UINT WM_PLAYCLOSED = 1754;
+constexpr UINT WM_ONESENTENCEDONE = 1841;
+constexpr UINT WM_WORDCOUNT = 1856;
+
+constexpr int kBufferCount = 4;
+
+// The playback engine: one open file, the output device, four buffers that
+// rotate through it, and the playing state. Called on the host's thread; the
+// device calls back on its own thread, where every returned buffer is read
+// into, passed through the signal stages and queued again.
+class CWavOut {
+public:
+    CWavOut();
+    virtual ~CWavOut();
+    CWavOut(const CWavOut&) = delete;
+    CWavOut& operator=(const CWavOut&) = delete;
+
+    // Playing state, for the control.
+    BOOL StartPlay(const char* path);
+    BOOL PausePlay();
+    BOOL ResumePlay();
+    BOOL StopPlay();
+    uint16_t GetPlayerState() const { return m_state.load(); }
+
+    // Settings, for the control.
+    void SetJustPlay(BOOL flag) { m_bJustPlay = flag; }
+    void SetCountWordTimeSpan(int32_t ms) { m_spanMs = ms; }
+    int32_t GetCountWordTimeSpan() const { return m_spanMs; }
+
+    // Time and position.
+    uint32_t GetTotalPlayTime();
+    uint32_t GetCurrentPlayTime();
+    void SetCurrentPlayTime(uint32_t curTime);
+    void SpeedUp(uint32_t distance);
+    void SpeedBack(uint32_t distance);
+    void SetLoopPlaySection(BOOL bLoopPlay, uint32_t startPos, uint32_t endPos);
+    void SetOneSentenceTimeSpan(int32_t startTimePos, int32_t endTimePos);
+    void ResetToPlayFromCurPos();
+
+    // The window that receives the engine's messages; the control writes it
+    // before every start.
+    std::atomic<HWND> m_hNotifyWnd{nullptr};
+
+    // Read-only views for the control and for tests.
+    const WavFormatRecord& Format() const { return m_format; }
+    uint32_t DataStart() const { return m_dataStart; }
+    uint32_t DataLength() const;
+    uint32_t PositionHistory(int index) const { return m_positionHistory[index].load(); }
+    uint64_t FilePosition() const { return m_file.GetPosition(); }
+    uint32_t ReadSize() const { return m_readSize; }
+    uint32_t BuffersPlayed() const { return m_buffersPlayed.load(); }
+    BOOL IsOpened() const { return m_bOpened.load(); }
+    BOOL IsEnded() const { return m_bEnded.load(); }
+    float Gain() const { return m_gain.load(); }
+    const std::string& FilePath() const { return m_filePath; }
+
+private:
+    static void WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance, DWORD_PTR param1,
+                                DWORD_PTR param2);
+    void OnDeviceClosed();
+    void OnBufferDone(HWAVEOUT device, WAVEHDR* header);
+
+    bool OpenWaveFile(const char* path);
+    void ClearFileState();
+    void SetupBufferHeader(WAVEHDR& header, uint8_t* buffer, uint32_t byteCount);
+    bool ResetDevice();
+    bool RefillAfterReset();
+    void ReleaseStaleDevice();
+    void FreeBuffers();
+
+    // Signal stages, at their places in the pipeline.
+    bool ScanPeakGain();
+    void CountFirstTenSeconds();
+    void ApplySpeedChange(WAVEHDR& header);
+    bool MixNoise(uint8_t* data, uint32_t byteCount);
+    void ApplyGain(WAVEHDR& header);
+
+    // The data length for time arithmetic: the stated one, or derived from
+    // the file length on first use when the head stated none.
+    uint32_t EnsureDataLength();
+    bool AtEndOfFile() const;
+
+    std::atomic<BOOL> m_bMixOn{0};
+    WavChunkHead m_dataChunk{};
+    uint32_t m_factExtra = 0;
+    std::atomic<uint16_t> m_state{0};
+    int16_t m_peakWindow[3] = {};
+    int16_t m_peakRatio = 0;
+    uint32_t m_bufferCapacity = 0;
+    std::atomic<int16_t> m_speedLevel{0};
+    uint8_t* m_buffers[kBufferCount] = {};
+    HWAVEOUT m_hWaveOut = nullptr;
+    WAVEFORMATEX m_waveFormat{};
+    CCriticalSection m_lock;
+    // Written by the device's thread, read by GetCurrentPlayTime anywhere.
+    std::atomic<uint32_t> m_positionHistory[4] = {13230, 8820, 4410, 4410};
+    uint32_t m_dataStart = 0;
+    std::string m_filePath;
+    std::atomic<int32_t> m_sentenceEndMs{0};
+    std::atomic<int32_t> m_sentenceStartMs{0};
+    std::atomic<BOOL> m_bJustPlay{0};
+    int32_t m_wordCount = 0;
+    std::atomic<uint32_t> m_pauseTick{0};
+    std::atomic<uint32_t> m_resumeTick{0};
+    uint32_t m_spanStartTick = 0;
+    int32_t m_buffersInSpan = 0;
+    int32_t m_buffersPerSpan = 0;
+    int32_t m_spanMs = 1000;
+    std::atomic<BOOL> m_bOpened{0};
+    uint32_t m_pausePosition = 0;
+    std::atomic<uint32_t> m_loopEndMs{0};
+    std::atomic<uint32_t> m_loopStartMs{0};
+    std::atomic<BOOL> m_bLoop{0};
+    std::atomic<BOOL> m_bSuspended{0};
+    uint32_t m_noiseIndex = 0;
+    uint8_t* m_noiseData = nullptr;
+    std::atomic<float> m_volume{1.0f};
+    std::atomic<float> m_gain{1.0f};
+    std::atomic<BOOL> m_bEnded{0};
+    std::atomic<bool> m_bStopping{false};
+    WAVEHDR m_headers[kBufferCount] = {};
+    CFile m_file;
+    uint32_t m_readSize = 0;
+    std::atomic<uint32_t> m_buffersPlayed{0};
+    WavFormatRecord m_format{};
+    WavFormatRecord m_noiseFormat{};
+    WavChunkHead m_noiseChunk{};
+};

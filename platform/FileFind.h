@@ -1,0 +1,15 @@
+#pragma once
+#include <string>
+#include <vector>
+
+namespace platform {
+
+// Names (not paths) of the plain files in `folder` that match `wildcard`,
+// where '*' stands for any run of characters and '?' for one, compared with
+// regard to case. Order: as the folder lists them.
+std::vector<std::string> FindFiles(const std::string& folder, const std::string& wildcard);
+
+// Removes an empty folder.
+bool RemoveDirectory(const std::string& path);
+
+}  // namespace platform

@@ -1,0 +1,84 @@
+#pragma once
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine/WavOut.h"
+#include "shell/DispatchTable.h"
+#include "view/WaveViewCtrl.h"
+
+// Messages of the control's window beyond the engine's own.
+constexpr UINT WM_WORDSPEEDDONE = 1352;
+constexpr UINT WM_COMPUTESNR = 1913;
+
+constexpr UINT_PTR TIMER_CARET = 1;
+constexpr UINT_PTR TIMER_SECTION = 3;
+
+// The one object a host sees: the automation members and events, the
+// window that turns the engine's messages into events on the host's
+// thread, and the timers that keep the view in step with play.
+class CTempvoxCtrl {
+public:
+    using EventSink = std::function<void(DISPID id, const std::vector<Variant>& args)>;
+
+    CTempvoxCtrl();
+    ~CTempvoxCtrl();
+    CTempvoxCtrl(const CTempvoxCtrl&) = delete;
+    CTempvoxCtrl& operator=(const CTempvoxCtrl&) = delete;
+
+    void SetEventSink(EventSink sink) { m_eventSink = std::move(sink); }
+
+    // The dispatch layer: checks the member, the kind of call and every
+    // argument against the member table, then runs the member. On a failure
+    // of the call itself (not of the member) `error` tells why.
+    HRESULT Invoke(DISPID id, InvokeKind kind, const std::vector<Variant>& args, Variant* result,
+                   std::string* error = nullptr);
+
+    // Members that do more than forward to the engine.
+    BOOL StartPlay();
+    void PausePlay();
+    BOOL ResumePlay();
+    void StopPlay();
+    BOOL SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath);
+    BOOL SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath,
+                          const char* localSaveName);
+    std::string GetPlayFilePath() const { return m_playFilePath; }
+    BOOL DeleteAllDownedFile();
+    BOOL CreateWavViewWnd(int32_t xPos, int32_t yPos, int32_t cX, int32_t cY, int32_t parentHwnd);
+    int32_t GetWavViewCtrlHwnd() const;
+    BOOL AttachWavViewToFile(BOOL isAttach);
+    void CreateCaretForWavView(BOOL bCreate);
+    void SetCountWordSquare(float fSquare) { m_fSquare = fSquare; }
+    int16_t GetLanguageType() const;
+    void SetLanguageType(int16_t value);
+
+    HWND GetSafeHwnd() const { return m_hWnd; }
+    bool IsModified() const { return m_bModified; }
+    const std::string& TempDir() const { return m_tempDir; }
+    CWavOut& Engine() { return m_wavOut; }
+
+private:
+    LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam);
+    void OnTimer(UINT_PTR id);
+    void FireEvent(DISPID id, std::vector<Variant> args = {});
+    void StopAndDeleteTemporaries();
+    BOOL TakeLocatedPath();
+    Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
+
+    float m_fSquare = 0.0f;
+    std::string m_tempDir;
+    int32_t m_selSerial = 0;
+    int32_t m_selEndMs = 0;
+    int32_t m_selStartMs = 0;
+    BOOL m_bAttached = 0;
+    BOOL m_bViewCreated = 0;
+    std::string m_encodedPath;
+    BOOL m_bDownloaded = 0;
+    std::string m_playFilePath;
+    CWavOut m_wavOut;
+    CWaveViewCtrl m_waveView;
+
+    HWND m_hWnd = nullptr;
+    bool m_bModified = false;
+    EventSink m_eventSink;
+};

@@ -1,0 +1,164 @@
+#include "platform/File.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+const std::string kScratch = std::string(TEMPVOX_BINARY_DIR) + "/File_test_scratch";
+
+void WriteText(const std::string& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string ReadText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+class FileTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        platform::RemoveDirectoryTree(kScratch);
+        ASSERT_TRUE(platform::CreateDirectory(kScratch));
+    }
+    void TearDown() override { platform::RemoveDirectoryTree(kScratch); }
+};
+
+TEST_F(FileTest, SeekMovesOnlyToValidPositions)
+{
+    const std::string path = kScratch + "/ten.bin";
+    WriteText(path, "0123456789");
+    CFile file;
+    ASSERT_TRUE(file.Open(path.c_str(), CFile::modeRead | CFile::typeBinary));
+    EXPECT_EQ(file.GetLength(), 10u);
+
+    struct Case {
+        int64_t offset;
+        CFile::SeekPosition from;
+        int64_t answer;
+        uint64_t positionAfter;
+        char nextByte;  // 0 when nothing is left to read there
+    };
+    // Runs in order: each row starts where the last one left the file.
+    const Case cases[] = {
+        {3, CFile::begin, 3, 3, '3'},          // the read moves on to 4
+        {2, CFile::current, 6, 6, '6'},        // from 4
+        {-2, CFile::end, 8, 8, '8'},
+        {-1, CFile::begin, -1, 9, '9'},        // refused: stays after the read
+        {-100, CFile::current, -1, 10, 0},     // before the start
+        {-11, CFile::end, -1, 10, 0},
+        {0, CFile::end, 10, 10, 0},
+        {5, CFile::end, 15, 15, 0},            // past the end is allowed
+        {INT64_MAX, CFile::current, -1, 15, 0},  // overflows
+        {int64_t{1} << 33, CFile::begin, int64_t{1} << 33, uint64_t{1} << 33, 0},
+        {0, CFile::begin, 0, 0, '0'},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.offset) + " from " + std::to_string(c.from));
+        EXPECT_EQ(file.Seek(c.offset, c.from), c.answer);
+        EXPECT_EQ(file.GetPosition(), c.positionAfter);
+        char byte = 0;
+        EXPECT_EQ(file.Read(&byte, 1), c.nextByte ? 1u : 0u);
+        EXPECT_EQ(byte, c.nextByte);
+    }
+}
+
+TEST_F(FileTest, ReadsWritesAndModes)
+{
+    const std::string path = kScratch + "/data.bin";
+    CFile file;
+    EXPECT_FALSE(file.IsOpen());
+    char buffer[16] = {};
+    EXPECT_EQ(file.Read(buffer, 4), 0u);
+    EXPECT_EQ(file.Write("x", 1), 0u);
+    EXPECT_EQ(file.Seek(0, CFile::begin), -1);
+    EXPECT_FALSE(file.Open(path.c_str(), CFile::modeRead));  // not there yet
+
+    ASSERT_TRUE(file.Open(path.c_str(), CFile::modeCreate | CFile::modeReadWrite));
+    EXPECT_EQ(file.Write("hello world", 11), 11u);
+    EXPECT_EQ(file.GetLength(), 11u);
+    EXPECT_EQ(file.Seek(6, CFile::begin), 6);
+    EXPECT_EQ(file.Read(buffer, 16), 5u);  // short at the end, not a failure
+    EXPECT_EQ(std::string(buffer, 5), "world");
+    EXPECT_EQ(file.Read(buffer, 16), 0u);
+    file.Close();
+    EXPECT_FALSE(file.IsOpen());
+    file.Abort();  // harmless when closed
+
+    // A write-only file reads as empty: the error counts as the end.
+    ASSERT_TRUE(file.Open(path.c_str(), CFile::modeWrite));
+    EXPECT_EQ(file.Read(buffer, 4), 0u);
+    EXPECT_EQ(file.Write("J", 1), 1u);  // opened without truncation
+    file.Close();
+    EXPECT_EQ(ReadText(path), "Jello world");
+
+    ASSERT_TRUE(file.Open(path.c_str(), CFile::modeCreate | CFile::modeWrite));
+    file.Close();
+    EXPECT_EQ(ReadText(path), "");
+}
+
+TEST_F(FileTest, FolderAndFileHelpers)
+{
+    const std::string outside = kScratch + "/outside.txt";
+    WriteText(outside, "keep me");
+    const std::string tree = kScratch + "/tree";
+    ASSERT_TRUE(platform::CreateDirectory(tree));
+    EXPECT_FALSE(platform::CreateDirectory(tree));
+    ASSERT_TRUE(platform::CreateDirectory(tree + "/inner"));
+    WriteText(tree + "/inner/a.wav", "a");
+    WriteText(tree + "/b.wav", "b");
+    ASSERT_EQ(symlink(outside.c_str(), (tree + "/link").c_str()), 0);
+
+    EXPECT_TRUE(platform::FileExists(tree + "/inner/a.wav"));
+    EXPECT_TRUE(platform::FileExists(tree));
+    EXPECT_FALSE(platform::FileExists(tree + "/missing"));
+    EXPECT_FALSE(platform::FileExists(""));
+    EXPECT_FALSE(platform::DeleteFile(tree + "/inner"));  // a folder is not a file
+    EXPECT_FALSE(platform::RemoveDirectoryTree(tree + "/b.wav"));
+
+    ASSERT_TRUE(platform::RemoveDirectoryTree(tree));
+    EXPECT_FALSE(platform::FileExists(tree));
+    EXPECT_EQ(ReadText(outside), "keep me");  // the link went, not its target
+    EXPECT_FALSE(platform::RemoveDirectoryTree(tree));
+
+    struct CopyCase {
+        const char* what;
+        std::string from, to;
+        bool failIfExists;
+        bool copied;
+        std::string targetAfter;
+    };
+    const std::string copy = kScratch + "/copy.txt";
+    WriteText(copy, "old");
+    const CopyCase copies[] = {
+        {"onto an existing file, refused", outside, copy, true, false, "old"},
+        {"onto an existing file, replacing", outside, copy, false, true, "keep me"},
+        {"onto itself", copy, copy, false, false, "keep me"},
+        {"from a missing file", kScratch + "/none", copy, false, false, "keep me"},
+        {"into a missing folder", outside, kScratch + "/no/where.txt", false, false, ""},
+    };
+    for (const CopyCase& c : copies) {
+        EXPECT_EQ(platform::CopyFile(c.from, c.to, c.failIfExists), c.copied) << c.what;
+        EXPECT_EQ(ReadText(c.to), c.targetAfter) << c.what;
+    }
+    EXPECT_TRUE(platform::DeleteFile(copy));
+    EXPECT_FALSE(platform::DeleteFile(copy));
+}
+
+TEST(ExecutablePath, NamesThisTest)
+{
+    const std::string path = platform::ExecutablePath();
+    ASSERT_GT(path.size(), 10u);
+    EXPECT_EQ(path.front(), '/');
+    EXPECT_EQ(path.substr(path.size() - 10), "/File_test");
+}
+
+}  // namespace

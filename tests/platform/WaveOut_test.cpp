@@ -1,0 +1,639 @@
+#include "platform/WaveOut.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace platform;
+using Steady = std::chrono::steady_clock;
+
+WAVEFORMATEX Format(WORD channels, DWORD rate, WORD bits)
+{
+    WAVEFORMATEX format{};
+    format.wFormatTag = WAVE_FORMAT_PCM;
+    format.nChannels = channels;
+    format.nSamplesPerSec = rate;
+    format.wBitsPerSample = bits;
+    format.nBlockAlign = static_cast<WORD>(channels * bits / 8);
+    format.nAvgBytesPerSec = rate * format.nBlockAlign;
+    return format;
+}
+
+struct Event {
+    UINT message;
+    WAVEHDR* header;
+    std::thread::id thread;
+};
+
+// Records every notice; an optional hook runs on each done notice, on the
+// thread that delivers it, with no lock of the listener held.
+struct Listener {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Event> events;
+    std::function<void(HWAVEOUT, WAVEHDR*)> onDone;
+
+    static void Proc(HWAVEOUT device, UINT message, DWORD_PTR instance, DWORD_PTR param1, DWORD_PTR)
+    {
+        auto* self = reinterpret_cast<Listener*>(instance);
+        WAVEHDR* header = reinterpret_cast<WAVEHDR*>(param1);
+        {
+            std::lock_guard lock(self->mutex);
+            self->events.push_back({message, header, std::this_thread::get_id()});
+        }
+        if (message == MM_WOM_DONE && self->onDone)
+            self->onDone(device, header);
+        self->changed.notify_all();
+    }
+
+    std::vector<Event> Snapshot()
+    {
+        std::lock_guard lock(mutex);
+        return events;
+    }
+
+    std::vector<WAVEHDR*> Done()
+    {
+        std::vector<WAVEHDR*> done;
+        for (const Event& event : Snapshot())
+            if (event.message == MM_WOM_DONE)
+                done.push_back(event.header);
+        return done;
+    }
+
+    bool WaitForDone(size_t count, int timeoutMs = 5000)
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+            size_t done = 0;
+            for (const Event& event : events)
+                done += event.message == MM_WOM_DONE;
+            return done >= count;
+        });
+    }
+};
+
+struct Block {
+    std::vector<char> data;
+    WAVEHDR header{};
+
+    explicit Block(size_t size, char fill = 0) : data(size, fill)
+    {
+        header.lpData = data.data();
+        header.dwBufferLength = static_cast<DWORD>(size);
+        header.dwFlags = WHDR_BEGINLOOP | WHDR_ENDLOOP;
+        header.dwLoops = 1;
+    }
+};
+
+MMRESULT OpenDevice(HWAVEOUT* device, Listener& listener, const WAVEFORMATEX& format)
+{
+    return waveOutOpen(device, WAVE_MAPPER, &format, reinterpret_cast<DWORD_PTR>(&Listener::Proc),
+                       reinterpret_cast<DWORD_PTR>(&listener), CALLBACK_FUNCTION);
+}
+
+class WaveOutTest : public ::testing::Test {
+protected:
+    void UseBackend(AudioBackend backend, std::string capturePath = {})
+    {
+        AudioBackendConfig config;
+        config.backend = backend;
+        config.capturePath = std::move(capturePath);
+        SetAudioBackend(config);
+    }
+
+    void TearDown() override
+    {
+        ManualWaveOut::ClearFailures();
+        SetAudioBackend(AudioBackendConfig{});
+    }
+};
+
+TEST_F(WaveOutTest, ManualDeviceCompletesInOrderOnTheSteppingThreadWithEachWrittenLength)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    const WAVEFORMATEX format = Format(1, 8000, 8);
+    ASSERT_EQ(OpenDevice(&device, listener, format), MMSYSERR_NOERROR);
+    ASSERT_NE(device, nullptr);
+    ManualWaveOut* manual = ManualWaveOut::Current();
+    ASSERT_NE(manual, nullptr);
+
+    Block a(6, 'a'), b(4, 'b');
+    ASSERT_EQ(waveOutPrepareHeader(device, &a.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+    ASSERT_EQ(waveOutPrepareHeader(device, &b.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+
+    // Each row rewrites the same prepared headers with new lengths; the
+    // device must take the length of the write, not of the preparation.
+    struct Round {
+        DWORD lengthA, lengthB;
+        const char* heard;
+    };
+    const Round rounds[] = {
+        {6, 4, "aaaaaabbbb"},
+        {2, 0, "aa"},
+        {0, 3, "bbb"},
+        {5, 1, "aaaaab"},
+    };
+    std::string expected;
+    for (const Round& round : rounds) {
+        a.header.dwBufferLength = round.lengthA;
+        b.header.dwBufferLength = round.lengthB;
+        ASSERT_EQ(waveOutWrite(device, &a.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        ASSERT_EQ(waveOutWrite(device, &b.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        EXPECT_EQ(manual->QueuedCount(), 2u);
+        EXPECT_TRUE(a.header.dwFlags & WHDR_INQUEUE);
+        EXPECT_FALSE(a.header.dwFlags & WHDR_DONE);
+        EXPECT_TRUE(manual->Step());
+        EXPECT_TRUE(a.header.dwFlags & WHDR_DONE);
+        EXPECT_FALSE(a.header.dwFlags & WHDR_INQUEUE);
+        EXPECT_TRUE(b.header.dwFlags & WHDR_INQUEUE);
+        EXPECT_TRUE(manual->Step());
+        EXPECT_FALSE(manual->Step());
+        expected += round.heard;
+    }
+    EXPECT_EQ(manual->PlayedBytes(), expected);
+
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    EXPECT_EQ(ManualWaveOut::Current(), nullptr);
+
+    const std::vector<Event> events = listener.Snapshot();
+    ASSERT_EQ(events.size(), 2 + 2 * std::size(rounds));
+    EXPECT_EQ(events.front().message, MM_WOM_OPEN);
+    EXPECT_EQ(events.back().message, MM_WOM_CLOSE);
+    for (size_t i = 1; i + 1 < events.size(); ++i) {
+        EXPECT_EQ(events[i].message, MM_WOM_DONE);
+        EXPECT_EQ(events[i].header, i % 2 == 1 ? &a.header : &b.header) << i;
+    }
+    for (const Event& event : events)
+        EXPECT_EQ(event.thread, std::this_thread::get_id());
+}
+
+TEST_F(WaveOutTest, ManualDeviceTakesWritesFromInsideItsCallback)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    int refills = 0;
+    listener.onDone = [&](HWAVEOUT device, WAVEHDR* header) {
+        if (refills++ < 5) {
+            EXPECT_EQ(waveOutWrite(device, header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        }
+    };
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    Block blocks[] = {Block(1, '1'), Block(1, '2'), Block(1, '3')};
+    for (Block& block : blocks) {
+        waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+        ASSERT_EQ(waveOutWrite(device, &block.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+    }
+    int steps = 0;
+    while (ManualWaveOut::Current()->Step())
+        ++steps;
+    EXPECT_EQ(steps, 8);
+    EXPECT_EQ(ManualWaveOut::Current()->PlayedBytes(), "12312312");
+    EXPECT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
+
+TEST_F(WaveOutTest, ResetReturnsEveryQueuedHeaderAndKeepsThePause)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    ManualWaveOut* manual = ManualWaveOut::Current();
+    Block blocks[] = {Block(3, 'x'), Block(3, 'y'), Block(3, 'z')};
+    for (Block& block : blocks) {
+        waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+        waveOutWrite(device, &block.header, sizeof(WAVEHDR));
+    }
+
+    ASSERT_EQ(waveOutPause(device), MMSYSERR_NOERROR);
+    EXPECT_TRUE(manual->IsPaused());
+    EXPECT_FALSE(manual->Step());
+    EXPECT_EQ(manual->QueuedCount(), 3u);
+    EXPECT_EQ(waveOutClose(device), WAVERR_STILLPLAYING);
+    EXPECT_EQ(waveOutUnprepareHeader(device, &blocks[1].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
+
+    ASSERT_EQ(waveOutReset(device), MMSYSERR_NOERROR);
+    const std::vector<WAVEHDR*> expected = {&blocks[0].header, &blocks[1].header, &blocks[2].header};
+    EXPECT_EQ(listener.Done(), expected);
+    for (Block& block : blocks)
+        EXPECT_EQ(block.header.dwFlags & (WHDR_DONE | WHDR_INQUEUE | WHDR_PREPARED), WHDR_DONE | WHDR_PREPARED);
+    EXPECT_EQ(manual->QueuedCount(), 0u);
+    EXPECT_TRUE(manual->IsPaused());
+    EXPECT_EQ(manual->PlayedBytes(), "");
+
+    // Reset delivered everything: nothing is left for a step to run.
+    const size_t eventsAfterReset = listener.Snapshot().size();
+    EXPECT_FALSE(manual->Step());
+    waveOutRestart(device);
+    EXPECT_FALSE(manual->Step());
+    EXPECT_EQ(listener.Snapshot().size(), eventsAfterReset);
+
+    EXPECT_EQ(waveOutUnprepareHeader(device, &blocks[1].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+    EXPECT_EQ(waveOutWrite(device, &blocks[1].header, sizeof(WAVEHDR)), WAVERR_UNPREPARED);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    EXPECT_EQ(listener.Snapshot().back().message, MM_WOM_CLOSE);
+}
+
+TEST_F(WaveOutTest, BadHandlesFormatsAndHeadersAreRefused)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    HWAVEOUT closed = nullptr;
+    ASSERT_EQ(OpenDevice(&closed, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    ASSERT_EQ(waveOutClose(closed), MMSYSERR_NOERROR);
+    Block block(4);
+
+    struct Call {
+        const char* name;
+        std::function<MMRESULT(HWAVEOUT)> run;
+    };
+    const Call calls[] = {
+        {"prepare", [&](HWAVEOUT h) { return waveOutPrepareHeader(h, &block.header, sizeof(WAVEHDR)); }},
+        {"unprepare", [&](HWAVEOUT h) { return waveOutUnprepareHeader(h, &block.header, sizeof(WAVEHDR)); }},
+        {"write", [&](HWAVEOUT h) { return waveOutWrite(h, &block.header, sizeof(WAVEHDR)); }},
+        {"pause", [](HWAVEOUT h) { return waveOutPause(h); }},
+        {"restart", [](HWAVEOUT h) { return waveOutRestart(h); }},
+        {"reset", [](HWAVEOUT h) { return waveOutReset(h); }},
+        {"close", [](HWAVEOUT h) { return waveOutClose(h); }},
+    };
+    const HWAVEOUT stale[] = {nullptr, closed, reinterpret_cast<HWAVEOUT>(uintptr_t{12345678})};
+    for (const Call& call : calls)
+        for (HWAVEOUT handle : stale)
+            EXPECT_EQ(call.run(handle), MMSYSERR_INVALHANDLE) << call.name;
+
+    struct FormatCase {
+        const char* name;
+        WAVEFORMATEX format;
+    };
+    WAVEFORMATEX floatFormat = Format(1, 8000, 16);
+    floatFormat.wFormatTag = 3;
+    WAVEFORMATEX badAlign = Format(2, 8000, 16);
+    badAlign.nBlockAlign = 2;
+    const FormatCase formats[] = {
+        {"24-bit", Format(1, 8000, 24)},
+        {"no channels", Format(0, 8000, 16)},
+        {"no rate", Format(1, 0, 16)},
+        {"float tag", floatFormat},
+        {"block align", badAlign},
+    };
+    const size_t eventsBefore = listener.Snapshot().size();
+    for (const FormatCase& c : formats) {
+        HWAVEOUT device = reinterpret_cast<HWAVEOUT>(uintptr_t{1});
+        EXPECT_NE(OpenDevice(&device, listener, c.format), MMSYSERR_NOERROR) << c.name;
+        EXPECT_EQ(device, nullptr) << c.name;
+    }
+    HWAVEOUT device = nullptr;
+    EXPECT_NE(waveOutOpen(&device, WAVE_MAPPER, nullptr, 0, 0, CALLBACK_FUNCTION), MMSYSERR_NOERROR);
+    EXPECT_EQ(listener.Snapshot().size(), eventsBefore);
+    EXPECT_EQ(ManualWaveOut::Current(), nullptr);
+}
+
+TEST_F(WaveOutTest, FailNextBreaksTheNamedOperationOnce)
+{
+    UseBackend(AudioBackend::Manual);
+    struct Case {
+        const char* operation;
+        int afterCalls;
+        int failingCall;  // 0-based index of the call that fails
+    };
+    const Case cases[] = {
+        {"write", 0, 0}, {"write", 2, 2}, {"prepare", 1, 1}, {"pause", 0, 0},
+        {"restart", 0, 0}, {"reset", 0, 0}, {"close", 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.operation) + " after " + std::to_string(c.afterCalls));
+        Listener listener;
+        HWAVEOUT device = nullptr;
+        ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+        std::vector<Block> blocks;
+        blocks.reserve(4);
+        for (int i = 0; i < 4; ++i)
+            blocks.emplace_back(2, static_cast<char>('0' + i));
+        const std::string operation = c.operation;
+        if (operation != "prepare") {
+            for (Block& block : blocks)
+                ASSERT_EQ(waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        }
+        ManualWaveOut::FailNext(c.operation, c.afterCalls);
+
+        std::vector<MMRESULT> results;
+        for (int i = 0; i < 4; ++i) {
+            Block& block = blocks[static_cast<size_t>(i)];
+            if (operation == "write")
+                results.push_back(waveOutWrite(device, &block.header, sizeof(WAVEHDR)));
+            else if (operation == "prepare")
+                results.push_back(waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR)));
+            else if (operation == "pause")
+                results.push_back(waveOutPause(device));
+            else if (operation == "restart")
+                results.push_back(waveOutRestart(device));
+            else if (operation == "reset")
+                results.push_back(waveOutReset(device));
+            else if (operation == "close")
+                results.push_back(i == 0 ? waveOutClose(device) : MMSYSERR_NOERROR);
+        }
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(results[static_cast<size_t>(i)] != MMSYSERR_NOERROR, i == c.failingCall) << "call " << i;
+        if (operation == "write") {  // the failed header never joined the queue
+            EXPECT_EQ(ManualWaveOut::Current()->QueuedCount(), 3u);
+        }
+        if (operation == "close") {
+            EXPECT_EQ(listener.Snapshot().back().message, MM_WOM_OPEN);
+        }
+        waveOutReset(device);
+        EXPECT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    }
+
+    ManualWaveOut::FailNext("open");
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    EXPECT_NE(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    EXPECT_TRUE(listener.Snapshot().empty());
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    EXPECT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
+
+TEST_F(WaveOutTest, UnderrunsCountGapsButNotTheEndPauseOrReset)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    ManualWaveOut* manual = ManualWaveOut::Current();
+    Block a(2), b(2);
+    waveOutPrepareHeader(device, &a.header, sizeof(WAVEHDR));
+    waveOutPrepareHeader(device, &b.header, sizeof(WAVEHDR));
+
+    struct Action {
+        const char* what;
+        std::function<void()> run;
+        uint64_t underrunsAfter;
+    };
+    const Action actions[] = {
+        {"first write", [&] { waveOutWrite(device, &a.header, sizeof(WAVEHDR)); }, 0},
+        {"second write while queued", [&] { waveOutWrite(device, &b.header, sizeof(WAVEHDR)); }, 0},
+        {"play both", [&] { manual->Step(), manual->Step(); }, 0},
+        {"write after the queue ran dry", [&] { waveOutWrite(device, &a.header, sizeof(WAVEHDR)); }, 1},
+        {"pause, then play nothing", [&] { waveOutPause(device); }, 1},
+        {"reset empties the queue", [&] { waveOutReset(device); }, 1},
+        {"write after reset", [&] { waveOutWrite(device, &a.header, sizeof(WAVEHDR)); }, 1},
+        {"restart and play it", [&] { waveOutRestart(device), manual->Step(); }, 1},
+        {"the end: nothing more comes", [] {}, 1},
+        {"a late write is a gap", [&] { waveOutWrite(device, &b.header, sizeof(WAVEHDR)); }, 2},
+        {"and its end is not", [&] { manual->Step(); }, 2},
+    };
+    for (const Action& action : actions) {
+        action.run();
+        EXPECT_EQ(waveOutGetUnderruns(device), action.underrunsAfter) << action.what;
+    }
+    EXPECT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
+
+TEST_F(WaveOutTest, NullDeviceCompletesInOrderAtRoughlyTheByteRate)
+{
+    UseBackend(AudioBackend::Null);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    const auto opened = Steady::now();
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    // OPEN is delivered on the device's own thread, before the open returns.
+    const std::vector<Event> atOpen = listener.Snapshot();
+    ASSERT_EQ(atOpen.size(), 1u);
+    EXPECT_EQ(atOpen[0].message, MM_WOM_OPEN);
+    EXPECT_NE(atOpen[0].thread, std::this_thread::get_id());
+
+    // 50 + 0 + 100 + 50 ms of sound at 8000 bytes per second.
+    Block blocks[] = {Block(400), Block(0), Block(800), Block(400)};
+    for (Block& block : blocks) {
+        waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+        ASSERT_EQ(waveOutWrite(device, &block.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+    }
+    ASSERT_TRUE(listener.WaitForDone(4));
+    const auto took = Steady::now() - opened;
+    EXPECT_GE(took, std::chrono::milliseconds(190));
+    EXPECT_LT(took, std::chrono::seconds(3));
+    const std::vector<WAVEHDR*> expected = {&blocks[0].header, &blocks[1].header, &blocks[2].header,
+                                            &blocks[3].header};
+    EXPECT_EQ(listener.Done(), expected);
+    EXPECT_EQ(waveOutGetUnderruns(device), 0u);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    EXPECT_EQ(listener.Snapshot().back().message, MM_WOM_CLOSE);
+}
+
+TEST_F(WaveOutTest, NullDeviceHoldsThePausedQueueAndRefusesToCloseOverIt)
+{
+    UseBackend(AudioBackend::Null);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    ASSERT_EQ(waveOutPause(device), MMSYSERR_NOERROR);
+    Block a(80), b(80);
+    waveOutPrepareHeader(device, &a.header, sizeof(WAVEHDR));
+    waveOutPrepareHeader(device, &b.header, sizeof(WAVEHDR));
+    waveOutWrite(device, &a.header, sizeof(WAVEHDR));
+    waveOutWrite(device, &b.header, sizeof(WAVEHDR));
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(120));  // six times their length
+    EXPECT_TRUE(listener.Done().empty());
+    EXPECT_EQ(waveOutClose(device), WAVERR_STILLPLAYING);
+    EXPECT_EQ(waveOutUnprepareHeader(device, &a.header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
+
+    ASSERT_EQ(waveOutRestart(device), MMSYSERR_NOERROR);
+    ASSERT_TRUE(listener.WaitForDone(2));
+    const std::vector<WAVEHDR*> expected = {&a.header, &b.header};
+    EXPECT_EQ(listener.Done(), expected);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    const std::vector<Event> events = listener.Snapshot();
+    EXPECT_EQ(events.back().message, MM_WOM_CLOSE);
+    EXPECT_EQ(events.size(), 4u);
+}
+
+TEST_F(WaveOutTest, NullDeviceCountsAGapOnceAndNotTheEnd)
+{
+    UseBackend(AudioBackend::Null);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    Block a(16), b(16);
+    waveOutPrepareHeader(device, &a.header, sizeof(WAVEHDR));
+    waveOutPrepareHeader(device, &b.header, sizeof(WAVEHDR));
+    waveOutWrite(device, &a.header, sizeof(WAVEHDR));
+    ASSERT_TRUE(listener.WaitForDone(1));
+    EXPECT_EQ(waveOutGetUnderruns(device), 0u);
+    waveOutWrite(device, &b.header, sizeof(WAVEHDR));
+    ASSERT_TRUE(listener.WaitForDone(2));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(waveOutGetUnderruns(device), 1u);
+    EXPECT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
+
+// The engine's way of stopping: a flag that keeps the callback from writing,
+// then a reset from the host's thread while the device thread may be inside
+// a callback that is about to write.
+TEST_F(WaveOutTest, ResetWhileTheCallbackRefillsLosesAndDuplicatesNothing)
+{
+    UseBackend(AudioBackend::Null);
+    constexpr int kBlocks = 4;
+    std::vector<Block> blocks;
+    blocks.reserve(kBlocks);
+    for (int i = 0; i < kBlocks; ++i)
+        blocks.emplace_back(8);  // one millisecond each at 8000 bytes per second
+    std::atomic<int> written[kBlocks] = {};
+    std::atomic<int> done[kBlocks] = {};
+    std::atomic<bool> stopping{false};
+    std::atomic<bool> resetReturned{false};
+    std::atomic<int> callbacksAfterReset{0};
+    auto indexOf = [&](WAVEHDR* header) {
+        for (int i = 0; i < kBlocks; ++i)
+            if (&blocks[static_cast<size_t>(i)].header == header)
+                return i;
+        return -1;
+    };
+
+    Listener listener;
+    listener.onDone = [&](HWAVEOUT device, WAVEHDR* header) {
+        if (resetReturned.load())
+            ++callbacksAfterReset;
+        const int index = indexOf(header);
+        ASSERT_GE(index, 0);
+        ++done[index];
+        if (stopping.load())
+            return;
+        std::this_thread::yield();  // widen the window between the check and the write
+        if (waveOutWrite(device, header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR)
+            ++written[index];
+    };
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    for (Block& block : blocks)
+        waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+
+    for (int round = 0; round < 25; ++round) {
+        SCOPED_TRACE(round);
+        stopping = false;
+        resetReturned = false;
+        for (int i = 0; i < kBlocks; ++i) {
+            ASSERT_EQ(waveOutWrite(device, &blocks[static_cast<size_t>(i)].header, sizeof(WAVEHDR)),
+                      MMSYSERR_NOERROR);
+            ++written[i];
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + 700 * (round % 7)));
+        stopping = true;
+        ASSERT_EQ(waveOutReset(device), MMSYSERR_NOERROR);
+        resetReturned = true;
+        for (int i = 0; i < kBlocks; ++i) {
+            EXPECT_EQ(written[i].load(), done[i].load()) << "block " << i;
+            EXPECT_FALSE(blocks[static_cast<size_t>(i)].header.dwFlags & WHDR_INQUEUE);
+        }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(callbacksAfterReset.load(), 0);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
+
+std::string ReadWholeFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+uint32_t LE(const std::string& bytes, size_t at, int width)
+{
+    uint32_t value = 0;
+    for (int i = width - 1; i >= 0; --i)
+        value = (value << 8) | static_cast<unsigned char>(bytes[at + static_cast<size_t>(i)]);
+    return value;
+}
+
+TEST_F(WaveOutTest, CaptureDeviceWritesTheHeardBytesAsAWaveFile)
+{
+    struct Case {
+        WAVEFORMATEX format;
+        std::vector<std::string> buffers;
+    };
+    const Case cases[] = {
+        {Format(1, 8000, 8), {"abc", "", "defgh"}},
+        {Format(2, 44100, 16), {std::string("\x01\x00\xff\x7f", 4), "xyz", std::string(3000, '\x5a')}},
+        {Format(1, 22050, 16), {}},
+    };
+    const std::string path = std::string(TEMPVOX_BINARY_DIR) + "/WaveOut_test_capture.wav";
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.format.nSamplesPerSec);
+        std::remove(path.c_str());
+        UseBackend(AudioBackend::Capture, path);
+        Listener listener;
+        HWAVEOUT device = nullptr;
+        ASSERT_EQ(OpenDevice(&device, listener, c.format), MMSYSERR_NOERROR);
+        std::vector<Block> blocks;
+        blocks.reserve(c.buffers.size());
+        std::string expected;
+        for (const std::string& bytes : c.buffers) {
+            blocks.emplace_back(bytes.size());
+            std::memcpy(blocks.back().data.data(), bytes.data(), bytes.size());
+            expected += bytes;
+        }
+        for (Block& block : blocks) {
+            waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+            ASSERT_EQ(waveOutWrite(device, &block.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        }
+        ASSERT_TRUE(listener.WaitForDone(blocks.size()));
+        ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+        EXPECT_EQ(CapturedByteCount(), expected.size());
+
+        const std::string file = ReadWholeFile(path);
+        ASSERT_EQ(file.size(), 44 + expected.size());
+        EXPECT_EQ(file.substr(0, 4), "RIFF");
+        EXPECT_EQ(LE(file, 4, 4), 36 + expected.size());
+        EXPECT_EQ(file.substr(8, 8), "WAVEfmt ");
+        EXPECT_EQ(LE(file, 16, 4), 16u);
+        EXPECT_EQ(LE(file, 20, 2), WAVE_FORMAT_PCM);
+        EXPECT_EQ(LE(file, 22, 2), c.format.nChannels);
+        EXPECT_EQ(LE(file, 24, 4), c.format.nSamplesPerSec);
+        EXPECT_EQ(LE(file, 28, 4), c.format.nAvgBytesPerSec);
+        EXPECT_EQ(LE(file, 32, 2), c.format.nBlockAlign);
+        EXPECT_EQ(LE(file, 34, 2), c.format.wBitsPerSample);
+        EXPECT_EQ(file.substr(36, 4), "data");
+        EXPECT_EQ(LE(file, 40, 4), expected.size());
+        EXPECT_EQ(file.substr(44), expected);
+    }
+    std::remove(path.c_str());
+}
+
+TEST_F(WaveOutTest, DevicesThatCannotOpenLeaveNothingBehind)
+{
+    Listener listener;
+    UseBackend(AudioBackend::Capture, "");
+    HWAVEOUT device = nullptr;
+    EXPECT_NE(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    EXPECT_EQ(device, nullptr);
+
+    UseBackend(AudioBackend::Capture, "/nonexistent-folder/out.wav");
+    EXPECT_NE(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    EXPECT_EQ(device, nullptr);
+
+    AudioBackendConfig alsa;
+    alsa.backend = AudioBackend::Alsa;
+    alsa.alsaDevice = "tempvox-no-such-device";
+    SetAudioBackend(alsa);
+    EXPECT_FALSE(AlsaOutputAvailable(alsa.alsaDevice));
+    EXPECT_NE(OpenDevice(&device, listener, Format(1, 8000, 16)), MMSYSERR_NOERROR);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_TRUE(listener.Snapshot().empty());
+}
+
+}  // namespace

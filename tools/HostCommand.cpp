@@ -1,0 +1,446 @@
+// `tempvox host`: a container for trying and testing the control from a
+// terminal or a script. One command a line in, one JSON object a line out.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "platform/Debug.h"
+#include "platform/MessageBox.h"
+#include "platform/Messages.h"
+#include "shell/TempvoxCtrl.h"
+#include "tools/Commands.h"
+#include "tools/Json.h"
+
+namespace {
+
+std::mutex g_outputLock;
+
+void EmitLine(const std::string& json)
+{
+    std::lock_guard<std::mutex> lock(g_outputLock);
+    std::fwrite(json.data(), 1, json.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+void EmitError(const std::string& why)
+{
+    EmitLine("{\"error\":" + JsonString(why) + "}");
+}
+
+std::string VariantJson(const Variant& value)
+{
+    switch (value.type) {
+    case VarType::Bool: return value.intValue ? "true" : "false";
+    case VarType::I2:
+    case VarType::I4: return std::to_string(value.intValue);
+    case VarType::R4: return JsonNumber(value.floatValue);
+    case VarType::Str: return value.text ? JsonString(*value.text) : "null";
+    case VarType::Empty: return "null";
+    }
+    return "null";
+}
+
+// ---------------------------------------------------------------- parsing
+
+struct Token {
+    enum Kind { Integer, Decimal, Boolean, String, Null, Word } kind;
+    std::string text;
+    long long integer = 0;
+    double decimal = 0.0;
+    std::optional<std::string> string;
+};
+
+bool ParseQuoted(const std::string& line, size_t& at, std::string& out, std::string& error)
+{
+    ++at;  // opening quote
+    while (at < line.size()) {
+        char c = line[at++];
+        if (c == '"') return true;
+        if (c != '\\') {
+            out += c;
+            continue;
+        }
+        if (at >= line.size()) break;
+        char e = line[at++];
+        switch (e) {
+        case 'n': out += '\n'; break;
+        case 't': out += '\t'; break;
+        case 'r': out += '\r'; break;
+        case '0': out += '\0'; break;
+        case '\\': out += '\\'; break;
+        case '"': out += '"'; break;
+        case 'x': {
+            size_t used = 0;
+            int value = 0;
+            while (used < 2 && at < line.size() && std::isxdigit(static_cast<unsigned char>(line[at]))) {
+                value = value * 16 + std::stoi(std::string(1, line[at]), nullptr, 16);
+                ++at;
+                ++used;
+            }
+            if (used == 0) {
+                error = "bad \\x escape";
+                return false;
+            }
+            out += static_cast<char>(value);
+            break;
+        }
+        default:
+            error = std::string("unknown escape \\") + e;
+            return false;
+        }
+    }
+    error = "unterminated string";
+    return false;
+}
+
+bool Tokenize(const std::string& line, std::vector<Token>& tokens, std::string& error)
+{
+    size_t at = 0;
+    while (true) {
+        while (at < line.size() && std::isspace(static_cast<unsigned char>(line[at]))) ++at;
+        if (at >= line.size()) return true;
+        Token token{};
+        if (line[at] == '"') {
+            std::string text;
+            if (!ParseQuoted(line, at, text, error)) return false;
+            token.kind = Token::String;
+            token.string = text;
+            tokens.push_back(token);
+            continue;
+        }
+        size_t start = at;
+        while (at < line.size() && !std::isspace(static_cast<unsigned char>(line[at]))) ++at;
+        token.text = line.substr(start, at - start);
+        const char* begin = token.text.c_str();
+        char* end = nullptr;
+        errno = 0;
+        long long integer = std::strtoll(begin, &end, 10);
+        if (end != begin && *end == '\0' && errno == 0) {
+            token.kind = Token::Integer;
+            token.integer = integer;
+        } else {
+            double decimal = std::strtod(begin, &end);
+            if (end != begin && *end == '\0' && (std::isdigit(static_cast<unsigned char>(token.text.back())) ||
+                                                 token.text.back() == '.')) {
+                token.kind = Token::Decimal;
+                token.decimal = decimal;
+            } else if (token.text == "true" || token.text == "false") {
+                token.kind = Token::Boolean;
+                token.integer = token.text == "true" ? 1 : 0;
+            } else if (token.text == "null") {
+                token.kind = Token::Null;
+            } else {
+                token.kind = Token::Word;
+            }
+        }
+        tokens.push_back(token);
+    }
+}
+
+// A literal becomes the declared type where it fits; otherwise it keeps its
+// own type and the dispatch layer answers the mismatch.
+bool ToVariant(const Token& token, VarType declared, Variant& out, std::string& error)
+{
+    switch (token.kind) {
+    case Token::Integer:
+        if (declared == VarType::I2) {
+            // Shorts take their 16-bit pattern: 65535 is -1, as a host's
+            // unsigned value would arrive.
+            if (token.integer < -32768 || token.integer > 65535) {
+                error = "value " + token.text + " does not fit a short";
+                return false;
+            }
+            out = Variant::I2(static_cast<int16_t>(static_cast<uint16_t>(token.integer)));
+        } else if (declared == VarType::Bool) {
+            out = Variant::Bool(token.integer != 0);
+        } else if (declared == VarType::R4) {
+            out = Variant::R4(static_cast<float>(token.integer));
+        } else {
+            if (token.integer < INT32_MIN || token.integer > UINT32_MAX) {
+                error = "value " + token.text + " does not fit a long";
+                return false;
+            }
+            out = Variant::I4(static_cast<int32_t>(static_cast<uint32_t>(token.integer)));
+        }
+        return true;
+    case Token::Decimal:
+        out = Variant::R4(static_cast<float>(token.decimal));
+        return true;
+    case Token::Boolean:
+        out = Variant::Bool(static_cast<int32_t>(token.integer));
+        return true;
+    case Token::String:
+        out = Variant::Str(token.string);
+        return true;
+    case Token::Null:
+        out = Variant::Str(std::nullopt);
+        return true;
+    case Token::Word:
+        error = "cannot read argument '" + token.text + "'";
+        return false;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------- container
+
+struct HostOptions {
+    platform::AudioBackendConfig audio;
+    bool manualClock = false;
+    bool debug = false;
+    std::string script;
+};
+
+class Container {
+public:
+    explicit Container(const HostOptions& options) : m_options(options) {}
+
+    int Run(std::istream& input);
+
+private:
+    void RunLine(const std::string& line);
+    void RunMemberLine(const std::vector<Token>& tokens);
+    void RunPump(const std::vector<Token>& tokens);
+    void RunStep(const std::vector<Token>& tokens);
+    void RunAdvance(const std::vector<Token>& tokens);
+    void RunWait(const std::vector<Token>& tokens);
+    void OnEvent(DISPID id, const std::vector<Variant>& args);
+
+    HostOptions m_options;
+    std::unique_ptr<CTempvoxCtrl> m_control;
+    std::vector<std::string> m_firedEvents;
+    bool m_quit = false;
+};
+
+void Container::OnEvent(DISPID id, const std::vector<Variant>& args)
+{
+    const EventInfo* event = FindEvent(id);
+    std::string name = event != nullptr ? event->name : "#" + std::to_string(id);
+    std::string json = "{\"event\":" + JsonString(name) + ",\"args\":[";
+    for (size_t i = 0; i < args.size(); ++i) json += (i ? "," : "") + VariantJson(args[i]);
+    EmitLine(json + "]}");
+    m_firedEvents.push_back(name);
+}
+
+int Container::Run(std::istream& input)
+{
+    m_control = std::make_unique<CTempvoxCtrl>();
+    m_control->SetEventSink([this](DISPID id, const std::vector<Variant>& args) { OnEvent(id, args); });
+    std::string line;
+    while (!m_quit && std::getline(input, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        RunLine(line);
+    }
+    m_control->StopPlay();
+    platform::PumpPendingMessages();
+    m_control.reset();
+    return 0;
+}
+
+void Container::RunLine(const std::string& line)
+{
+    size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == ';') return;
+    std::string command = line.substr(first);
+    std::string word = command.substr(0, command.find_first_of(" \t"));
+    if (word == "echo") {
+        size_t textStart = command.find_first_not_of(" \t", 4);
+        EmitLine("{\"echo\":" + JsonString(textStart == std::string::npos ? "" : command.substr(textStart)) + "}");
+        return;
+    }
+    std::vector<Token> tokens;
+    std::string error;
+    if (!Tokenize(command, tokens, error)) return EmitError(error + ": " + command);
+    if (word == "quit") {
+        m_quit = true;
+    } else if (word == "pump") {
+        RunPump(tokens);
+    } else if (word == "step") {
+        RunStep(tokens);
+    } else if (word == "advance") {
+        RunAdvance(tokens);
+    } else if (word == "wait") {
+        RunWait(tokens);
+    } else if (word == "queued") {
+        platform::ManualWaveOut* device = platform::ManualWaveOut::Current();
+        EmitLine("{\"queued\":" + std::to_string(device != nullptr ? device->QueuedCount() : 0) + "}");
+    } else {
+        RunMemberLine(tokens);
+    }
+}
+
+void Container::RunMemberLine(const std::vector<Token>& tokens)
+{
+    const std::string& name = tokens[0].text;
+    const MemberInfo* member = nullptr;
+    if (!name.empty() && name[0] == '#') {
+        char* end = nullptr;
+        long id = std::strtol(name.c_str() + 1, &end, 10);
+        member = (end != name.c_str() + 1 && *end == '\0') ? FindMember(static_cast<DISPID>(id)) : nullptr;
+        if (member == nullptr) return EmitError("unknown member " + name);
+    } else {
+        member = FindMemberByName(name.c_str());
+        if (member == nullptr) return EmitError("unknown member or command '" + name + "'");
+    }
+
+    InvokeKind kind = InvokeKind::Method;
+    size_t firstArgument = 1;
+    if (member->isProperty) {
+        kind = InvokeKind::PropertyGet;
+        if (tokens.size() >= 2 && tokens[1].kind == Token::Word && tokens[1].text == "=") {
+            kind = InvokeKind::PropertyPut;
+            firstArgument = 2;
+        }
+    }
+    std::vector<Variant> args;
+    std::vector<ParamInfo> declared =
+        kind == InvokeKind::PropertyPut ? std::vector<ParamInfo>{{"value", member->result}} : member->params;
+    for (size_t i = firstArgument; i < tokens.size(); ++i) {
+        size_t index = i - firstArgument;
+        VarType type = index < declared.size() ? declared[index].type : VarType::I4;
+        Variant value;
+        std::string error;
+        if (!ToVariant(tokens[i], type, value, error)) return EmitError(std::string(member->name) + ": " + error);
+        args.push_back(value);
+    }
+
+    Variant result;
+    std::string error;
+    HRESULT hr = m_control->Invoke(member->id, kind, args, &result, &error);
+    if (hr != S_OK) return EmitError(error);
+    std::string json = "{\"call\":" + JsonString(member->name);
+    if (kind != InvokeKind::PropertyPut && member->result != VarType::Empty) json += ",\"result\":" + VariantJson(result);
+    EmitLine(json + "}");
+}
+
+void Container::RunPump(const std::vector<Token>& tokens)
+{
+    if (tokens.size() > 1) {
+        if (tokens[1].kind != Token::Integer || tokens[1].integer < 0) return EmitError("pump takes milliseconds");
+        platform::PumpFor(static_cast<uint32_t>(tokens[1].integer));
+    } else {
+        platform::PumpPendingMessages();
+    }
+}
+
+void Container::RunStep(const std::vector<Token>& tokens)
+{
+    long long count = 1;
+    if (tokens.size() > 1) {
+        if (tokens[1].kind != Token::Integer || tokens[1].integer < 1) return EmitError("step takes a count of 1 or more");
+        count = tokens[1].integer;
+    }
+    for (long long i = 0; i < count; ++i) {
+        platform::ManualWaveOut* device = platform::ManualWaveOut::Current();
+        if (device == nullptr) return EmitError("step: no manual device is open");
+        if (!device->Step()) return EmitError("step: nothing queued at the device");
+        platform::PumpPendingMessages();
+    }
+}
+
+void Container::RunAdvance(const std::vector<Token>& tokens)
+{
+    if (tokens.size() != 2 || tokens[1].kind != Token::Integer || tokens[1].integer < 0) {
+        return EmitError("advance takes milliseconds");
+    }
+    if (platform::CurrentManualClock() == nullptr) return EmitError("advance needs --clock manual");
+    platform::AdvanceClockAndPump(static_cast<uint64_t>(tokens[1].integer));
+}
+
+void Container::RunWait(const std::vector<Token>& tokens)
+{
+    if (tokens.size() < 2 || tokens[1].kind != Token::Word) return EmitError("wait takes an event name");
+    std::string name = tokens[1].text;
+    bool known = false;
+    for (const EventInfo& event : ControlEvents()) known = known || name == event.name;
+    if (!known) return EmitError("wait: unknown event '" + name + "'");
+    uint32_t timeoutMs = 10000;
+    if (tokens.size() > 2) {
+        if (tokens[2].kind != Token::Integer || tokens[2].integer < 0) return EmitError("wait takes milliseconds");
+        timeoutMs = static_cast<uint32_t>(tokens[2].integer);
+    }
+    size_t seen = m_firedEvents.size();
+    auto fired = [&] {
+        for (size_t i = seen; i < m_firedEvents.size(); ++i) {
+            if (m_firedEvents[i] == name) return true;
+        }
+        return false;
+    };
+    if (!platform::PumpUntil(fired, timeoutMs)) {
+        EmitError("wait " + name + ": no event within " + std::to_string(timeoutMs) + " ms");
+    }
+}
+
+bool ParseHostOptions(const std::vector<std::string>& args, HostOptions& options)
+{
+    options.audio.backend = platform::AudioBackend::Null;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        bool hasValue = i + 1 < args.size();
+        if (arg == "--audio" && hasValue) {
+            if (!ParseAudioOption(args[++i], options.audio)) return false;
+        } else if (arg == "--clock" && hasValue) {
+            std::string value = args[++i];
+            if (value != "real" && value != "manual") {
+                std::fprintf(stderr, "tempvox host: --clock takes real or manual\n");
+                return false;
+            }
+            options.manualClock = value == "manual";
+        } else if (arg == "--debug") {
+            options.debug = true;
+        } else if (arg == "--script" && hasValue) {
+            options.script = args[++i];
+        } else {
+            std::fprintf(stderr,
+                         "usage: tempvox host [--audio manual|null|alsa|capture:FILE] [--clock real|manual] "
+                         "[--debug] [--script FILE]\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int RunHostCommand(const std::vector<std::string>& args)
+{
+    HostOptions options;
+    if (!ParseHostOptions(args, options)) return 2;
+    platform::SetAudioBackend(options.audio);
+    platform::ManualClock manualClock(0);
+    if (options.manualClock) platform::SetClock(&manualClock);
+    if (options.debug) {
+        platform::SetDebugSink([](const std::string& text) { EmitLine("{\"debug\":" + JsonString(text) + "}"); });
+    }
+    platform::SetMessageBoxHandler([](const platform::MessageBoxRequest& request) {
+        std::string json = "{\"box\":" + (request.catalogueId >= 0 ? std::to_string(request.catalogueId) : "null");
+        if (request.catalogueId < 0) json += ",\"caption\":" + JsonString(request.caption);
+        EmitLine(json + ",\"text\":" + JsonString(request.text) + "}");
+        return (request.type & 0xF) == MB_YESNO || (request.type & 0xF) == MB_YESNOCANCEL ? IDYES : IDOK;
+    });
+
+    int exitCode;
+    Container container(options);
+    if (options.script.empty()) {
+        exitCode = container.Run(std::cin);
+    } else {
+        std::ifstream script(options.script);
+        if (!script) {
+            std::fprintf(stderr, "tempvox host: cannot read %s\n", options.script.c_str());
+            return 2;
+        }
+        exitCode = container.Run(script);
+    }
+    platform::SetDebugSink(nullptr);
+    platform::SetClock(nullptr);
+    return exitCode;
+}
