@@ -99,6 +99,8 @@ void CNoiseSlot::Publish(std::shared_ptr<const NoiseSound> sound) {
 void CNoiseSlot::TakeUpPending() {
     Publication* publication = m_pending.exchange(nullptr, std::memory_order_acq_rel);
     if (publication == nullptr) return;
+    // The sound left behind may be the last reference: hand it to the host
+    // to free, so the device thread never waits on the allocator.
     if (m_current != nullptr) {
         m_current->nextRetired = m_retired.load(std::memory_order_relaxed);
         while (!m_retired.compare_exchange_weak(m_current->nextRetired, m_current, std::memory_order_release,

@@ -1,6 +1,8 @@
 #include "engine/WavOut.h"
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "dsp/GainVolume.h"
@@ -45,8 +47,6 @@ CWavOut::~CWavOut()
     // engine: take it down before anything is freed.
     ReleaseStaleDevice();
     FreeBuffers();
-    delete[] m_noiseData;
-    m_noiseData = nullptr;
 }
 
 // ---------------------------------------------------------------- opening
@@ -91,13 +91,12 @@ bool CWavOut::OpenWaveFile(const char* path)
 
 bool CWavOut::ScanPeakGain()
 {
-    // The peak scan is still to come: only the sample width is checked, and
-    // the gain stays at 1.0.
     m_gain = 1.0f;
     if (m_format.bitsPerSample == 8) return true;
     if (m_format.bitsPerSample != 16) return false;
-    std::memset(m_peakWindow, 0, sizeof m_peakWindow);
-    m_peakRatio = 4;
+    // The scan reads to the end of the file, not of the data chunk.
+    m_file.Seek(m_dataStart, CFile::begin);
+    m_gain = ScanPeakGainWith([this](int16_t* into, uint32_t capacity) { return m_file.Read(into, capacity); });
     return true;
 }
 
@@ -436,12 +435,10 @@ void CWavOut::ApplySpeedChange(WAVEHDR& header)
     delete[] output;
 }
 
-bool CWavOut::MixNoise(uint8_t* data, uint32_t)
+bool CWavOut::MixNoise(uint8_t* data, uint32_t byteCount)
 {
-    // Noise mixing is still to come: no sound can be loaded yet, so every
-    // block is left alone by the first test.
-    if (data == nullptr || m_noiseData == nullptr || !m_bMixOn) return false;
-    return false;
+    return m_noiseSlot.Mix(data, byteCount, m_format.channels, m_format.bitsPerSample, m_format.samplesPerSec,
+                           m_bMixOn != 0);
 }
 
 void CWavOut::ApplyGain(WAVEHDR& header)
@@ -471,6 +468,57 @@ void CWavOut::CountFirstTenSeconds()
     OutputDebugStringA("ten sec count word\n");
     delete[] samples;
     m_file.Seek(static_cast<int64_t>(notedPosition), CFile::begin);
+}
+
+// ---------------------------------------------------------------- settings
+
+void CWavOut::SetChangeSpeedLevel(int16_t levelValue)
+{
+    if (levelValue > 50) levelValue = 50;
+    if (levelValue < -60) levelValue = -60;
+    m_speedLevel = levelValue;
+}
+
+BOOL CWavOut::SetVolume(int32_t volume)
+{
+    float factor = 0.0f;
+    if (!VolumeFromPercent(volume, &factor)) return FALSE;
+    m_volume = factor;
+    return TRUE;
+}
+
+int32_t CWavOut::GetVolume() const
+{
+    return static_cast<int32_t>(PercentFromVolume(m_volume.load()));
+}
+
+void CWavOut::LoadMixSound(const char* path)
+{
+    if (path == nullptr) {
+        m_noiseSlot.Publish(nullptr);
+        return;
+    }
+    CFile stream;
+    if (!stream.Open(path, CFile::modeRead | CFile::typeBinary)) return;
+    uint32_t factExtra = 0;
+    if (ReadWaveHeader(stream, m_noiseFormat, m_noiseChunk, factExtra) == 0) {
+        stream.Close();
+        ReportMessage(215, "不支持的音频格式！对不起，不能打开干扰音文件！");
+        return;
+    }
+    auto sound = std::make_shared<NoiseSound>();
+    sound->channels = m_noiseFormat.channels;
+    sound->bitsPerSample = m_noiseFormat.bitsPerSample;
+    sound->samplesPerSec = m_noiseFormat.samplesPerSec;
+    // A head may state more than the file holds; the sound is what was read.
+    uint64_t samplesStart = static_cast<uint64_t>(m_noiseFormat.length) + factExtra + 28;
+    uint64_t available = stream.GetLength() > samplesStart ? stream.GetLength() - samplesStart : 0;
+    uint32_t wanted = static_cast<uint32_t>(std::min<uint64_t>(m_noiseChunk.length, available));
+    sound->data.resize(wanted);
+    stream.Seek(static_cast<int64_t>(samplesStart), CFile::begin);
+    sound->data.resize(stream.Read(sound->data.data(), wanted));
+    stream.Close();
+    m_noiseSlot.Publish(std::move(sound));
 }
 
 // ---------------------------------------------------------------- time

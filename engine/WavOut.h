@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "dsp/NoiseMix.h"
 #include "engine/WaveReader.h"
 #include "platform/File.h"
 #include "platform/Sync.h"
@@ -36,6 +37,13 @@ public:
     uint16_t GetPlayerState() const { return m_state.load(); }
 
     // Settings, for the control.
+    void SetChangeSpeedLevel(int16_t levelValue);
+    int16_t GetChangeSpeedLevel() const { return m_speedLevel.load(); }
+    BOOL SetVolume(int32_t volume);
+    int32_t GetVolume() const;
+    void LoadMixSound(const char* path);
+    void SetMixerFlag(BOOL bOpen) { m_bMixOn = bOpen; }
+    BOOL GetMixerFlag() const { return m_bMixOn.load(); }
     void SetJustPlay(BOOL flag) { m_bJustPlay = flag; }
     void SetCountWordTimeSpan(int32_t ms) { m_spanMs = ms; }
     int32_t GetCountWordTimeSpan() const { return m_spanMs; }
@@ -97,8 +105,8 @@ private:
     WavChunkHead m_dataChunk{};
     uint32_t m_factExtra = 0;
     std::atomic<uint16_t> m_state{0};
-    int16_t m_peakWindow[3] = {};
-    int16_t m_peakRatio = 0;
+    // The peak scan keeps its carried window and divisor in its own record
+    // (PeakScanState), which lives only while the scan runs.
     uint32_t m_bufferCapacity = 0;
     std::atomic<int16_t> m_speedLevel{0};
     uint8_t* m_buffers[kBufferCount] = {};
@@ -125,8 +133,9 @@ private:
     std::atomic<uint32_t> m_loopStartMs{0};
     std::atomic<BOOL> m_bLoop{0};
     std::atomic<BOOL> m_bSuspended{0};
-    uint32_t m_noiseIndex = 0;
-    uint8_t* m_noiseData = nullptr;
+    // The noise samples and their read position, handed from the host's
+    // thread to the device's so that a block is mixed wholly with one sound.
+    CNoiseSlot m_noiseSlot;
     std::atomic<float> m_volume{1.0f};
     std::atomic<float> m_gain{1.0f};
     std::atomic<BOOL> m_bEnded{0};

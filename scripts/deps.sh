@@ -7,9 +7,10 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libasound2-dev
+  libasound2-dev libcurl4-openssl-dev
+  libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
   espeak-ng sox
-  python3
+  python3 python3-pyftpdlib
 )
 
 missing=()

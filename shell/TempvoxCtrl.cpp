@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "media/AudioLocator.h"
+#include "media/EncodedAudio.h"
 #include "platform/Debug.h"
 #include "platform/File.h"
 #include "platform/Messages.h"
@@ -17,9 +18,6 @@ bool IsMemberBuilt(DISPID id)
     // Members whose behaviour comes with a later stage of the system answer
     // "not implemented" until it lands, never a silent success.
     switch (id) {
-    case 4: case 5:             // volume
-    case 6: case 7:             // speed level
-    case 17: case 18: case 19:  // noise
     case 20: case 22: case 24:  // view
     case 33:                    // word speed
         return false;
@@ -202,10 +200,7 @@ BOOL CTempvoxCtrl::TakeLocatedPath()
     if (m_playFilePath.empty()) return FALSE;
     if (IsEncodedPath(m_playFilePath)) {
         m_encodedPath = m_playFilePath;
-        // The conversion comes with the codec; until then an encoded source
-        // is refused rather than played as noise.
-        OutputDebugStringA(("encoded audio is not supported yet: " + m_encodedPath + "\n").c_str());
-        m_playFilePath.clear();
+        m_playFilePath = ConvertToWav(m_playFilePath);
     } else {
         m_encodedPath.clear();
     }
@@ -363,6 +358,10 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 1: return Variant::Bool(StartPlay());
     case 2: PausePlay(); return {};
     case 3: return Variant::Bool(ResumePlay());
+    case 4: return Variant::Bool(m_wavOut.SetVolume(a[0].intValue));
+    case 5: return Variant::I4(m_wavOut.GetVolume());
+    case 6: m_wavOut.SetChangeSpeedLevel(static_cast<int16_t>(a[0].intValue)); return {};
+    case 7: return Variant::I2(m_wavOut.GetChangeSpeedLevel());
     case 8: return Variant::I2(static_cast<int16_t>(m_wavOut.GetPlayerState()));
     case 9: return Variant::I4(static_cast<int32_t>(m_wavOut.GetTotalPlayTime()));
     case 10: m_wavOut.SetCurrentPlayTime(u32(0)); return {};
@@ -372,6 +371,9 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 14: StopPlay(); return {};
     case 15: return Variant::Bool(SetPlayFilePath(a[0].CStr(), static_cast<int16_t>(a[1].intValue), a[2].CStr()));
     case 16: return Variant::Str(GetPlayFilePath());
+    case 17: m_wavOut.LoadMixSound(a[0].CStr()); return {};
+    case 18: m_wavOut.SetMixerFlag(a[0].intValue); return {};
+    case 19: return Variant::Bool(m_wavOut.GetMixerFlag());
     case 21: return Variant::I4(GetWavViewCtrlHwnd());
     case 23: CreateCaretForWavView(a[0].intValue); return {};
     case 25: m_wavOut.SetLoopPlaySection(a[0].intValue, u32(1), u32(2)); return {};

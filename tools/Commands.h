@@ -6,6 +6,8 @@
 
 int RunPlayCommand(const std::vector<std::string>& args);
 int RunHostCommand(const std::vector<std::string>& args);
+int RunEncodeCommand(const std::vector<std::string>& args);
+int RunViewCommand(const std::vector<std::string>& args);
 
 // Parses an --audio value ("alsa", "null", "manual", "capture:FILE").
 // False with a message on standard error for anything else.

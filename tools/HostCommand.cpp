@@ -342,7 +342,7 @@ void Container::RunStep(const std::vector<Token>& tokens)
     for (long long i = 0; i < count; ++i) {
         platform::ManualWaveOut* device = platform::ManualWaveOut::Current();
         if (device == nullptr) return EmitError("step: no manual device is open");
-        if (!device->Step()) return EmitError("step: nothing queued at the device");
+        if (!device->Step()) return EmitError("step: the device is paused or has nothing queued");
         platform::PumpPendingMessages();
     }
 }

@@ -229,17 +229,20 @@ size_t StressSoundLength(int g) { return size_t(50 + 37 * g); }
 }
 
 TEST(NoiseSlot, HostPublishesWhileTheDeviceMixes) {
-    constexpr int kPublications = 4000;
-    constexpr size_t kMinDeviceBlocks = 2000;
+    constexpr int kMinPublications = 4000;
+    constexpr int kMaxPublications = 4000000;
+    constexpr size_t kMinMixed = 1000, kMinUntouched = 200;
     constexpr size_t kBlockSamples = 64;
 
     CNoiseSlot slot;
     std::atomic<bool> hostDone{false}, deviceStopped{false};
-    std::atomic<size_t> deviceBlocks{0};
+    std::atomic<size_t> mixedBlocks{0}, untouchedBlocks{0};
     std::thread host([&] {
-        // Keeps publishing until the device has mixed through many of the
-        // changes, however the two threads happen to be scheduled.
-        for (int i = 0; (i < kPublications || deviceBlocks < kMinDeviceBlocks) && !deviceStopped; ++i) {
+        // Keeps publishing until the device has met both kinds of block many
+        // times, however the two threads happen to be scheduled.
+        auto deviceHasSeenEnough = [&] { return mixedBlocks >= kMinMixed && untouchedBlocks >= kMinUntouched; };
+        for (int i = 0; i < kMaxPublications && !deviceStopped && (i < kMinPublications || !deviceHasSeenEnough());
+             ++i) {
             const int g = 1 + i % kStressSounds;
             if (i % 5 == 4) {
                 slot.Publish(nullptr);
@@ -254,11 +257,9 @@ TEST(NoiseSlot, HostPublishesWhileTheDeviceMixes) {
         hostDone = true;
     });
 
-    size_t mixedBlocks = 0, untouchedBlocks = 0;
     while (!hostDone) {
         std::vector<uint8_t> block(kBlockSamples * 2, 0);
         const bool mixed = slot.Mix(block.data(), uint32_t(block.size()), 1, 16, 22050, true);
-        ++deviceBlocks;
         const auto verdict = IsWhollyOneSound(ToSamples(block), mixed);
         if (!verdict) {
             ADD_FAILURE() << verdict.message();
@@ -268,8 +269,8 @@ TEST(NoiseSlot, HostPublishesWhileTheDeviceMixes) {
     }
     deviceStopped = true;
     host.join();
-    EXPECT_GT(mixedBlocks, 0u);
-    EXPECT_GT(untouchedBlocks, 0u);
+    EXPECT_GE(mixedBlocks, kMinMixed);
+    EXPECT_GE(untouchedBlocks, kMinUntouched);
 }
 
 }  // namespace

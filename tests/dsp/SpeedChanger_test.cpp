@@ -299,7 +299,7 @@ TEST(SpeedChangerTest, MatchesThePlainVersionOnRandomBlocks)
 }
 
 // Every lane count and remainder, with values whose products need all 48
-// bits, so that any rounding other than the described one shows.
+// bits, so that any other rounding than one per step in double shows.
 TEST(SpeedChangerTest, ScoresMatchThePlainSumsBitForBit)
 {
     std::mt19937 rng(5);

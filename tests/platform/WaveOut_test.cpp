@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -546,6 +547,41 @@ TEST_F(WaveOutTest, ResetWhileTheCallbackRefillsLosesAndDuplicatesNothing)
     ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
 }
 
+// Backends differ in which thread runs the callback; a reset made from
+// inside it must return the rest of the queue there and then, on both.
+TEST_F(WaveOutTest, ResetFromInsideTheCallbackReturnsTheRestAtOnce)
+{
+    for (AudioBackend backend : {AudioBackend::Manual, AudioBackend::Null}) {
+        SCOPED_TRACE(static_cast<int>(backend));
+        UseBackend(backend);
+        Listener listener;
+        std::vector<size_t> doneSeenByReset;
+        bool resetDone = false;
+        listener.onDone = [&](HWAVEOUT device, WAVEHDR*) {
+            if (resetDone)
+                return;
+            resetDone = true;
+            EXPECT_EQ(waveOutReset(device), MMSYSERR_NOERROR);
+            doneSeenByReset.push_back(listener.Done().size());
+        };
+        HWAVEOUT device = nullptr;
+        ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+        Block blocks[] = {Block(8), Block(8), Block(8)};
+        for (Block& block : blocks) {
+            waveOutPrepareHeader(device, &block.header, sizeof(WAVEHDR));
+            ASSERT_EQ(waveOutWrite(device, &block.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        }
+        EXPECT_EQ(waveOutWrite(device, &blocks[1].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
+        if (backend == AudioBackend::Manual)
+            ManualWaveOut::Current()->Step();
+        ASSERT_TRUE(listener.WaitForDone(3));
+        const std::vector<WAVEHDR*> expected = {&blocks[0].header, &blocks[1].header, &blocks[2].header};
+        EXPECT_EQ(listener.Done(), expected);
+        EXPECT_EQ(doneSeenByReset, std::vector<size_t>{3});
+        ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+    }
+}
+
 std::string ReadWholeFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -584,7 +620,7 @@ TEST_F(WaveOutTest, CaptureDeviceWritesTheHeardBytesAsAWaveFile)
         std::string expected;
         for (const std::string& bytes : c.buffers) {
             blocks.emplace_back(bytes.size());
-            std::memcpy(blocks.back().data.data(), bytes.data(), bytes.size());
+            std::copy(bytes.begin(), bytes.end(), blocks.back().data.begin());
             expected += bytes;
         }
         for (Block& block : blocks) {

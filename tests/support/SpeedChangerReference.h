@@ -49,7 +49,7 @@ inline float Correlate(const std::vector<float>& a, int64_t aStart, const std::v
     return sum;
 }
 
-// Offset from searchStart, as the described two-stage search finds it.
+// Offset from searchStart found by the coarse-then-fine search.
 inline int32_t BestOffset(const std::vector<float>& in, const std::vector<float>& dec, int32_t referenceStart,
                           int32_t searchStart, int32_t length, int32_t searchLength)
 {
