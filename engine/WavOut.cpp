@@ -3,15 +3,19 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <vector>
 #include <new>
 
 #include "dsp/GainVolume.h"
 #include "dsp/SpeedChanger.h"
 #include "dsp/WordCounter.h"
+#include "dsp/WordSpeed.h"
 #include "platform/Clock.h"
 #include "platform/Debug.h"
 #include "platform/MessageBox.h"
+#include "platform/Exceptions.h"
 #include "platform/Messages.h"
+#include "platform/Thread.h"
 #include "shell/MessageCatalogue.h"
 
 namespace {
@@ -519,6 +523,75 @@ void CWavOut::LoadMixSound(const char* path)
     sound->data.resize(stream.Read(sound->data.data(), wanted));
     stream.Close();
     m_noiseSlot.Publish(std::move(sound));
+}
+
+// ---------------------------------------------------------------- word speed
+
+namespace {
+
+// What the worker thread owns: the stretch as stored in the file and the
+// numbers the estimate needs.
+struct WordSpeedJob {
+    std::vector<uint8_t> samples;
+    uint16_t channels = 0;
+    uint16_t bitsPerSample = 0;
+    float wordsPerSegment = 0.0f;
+    int32_t timeSpan = 0;
+    HWND notifyWnd = nullptr;
+};
+
+void WordSpeedWorker(std::unique_ptr<WordSpeedJob> job)
+{
+    int32_t estimate = EstimateWordSpeed(job->samples.data(), static_cast<uint32_t>(job->samples.size()),
+                                         job->channels, job->bitsPerSample, job->wordsPerSegment, job->timeSpan);
+    // A window destroyed in the meantime is a stale handle: the post fails.
+    if (job->notifyWnd != nullptr) PostMessageA(job->notifyWnd, WM_WORDSPEEDDONE, static_cast<WPARAM>(estimate), 0);
+}
+
+}  // namespace
+
+int32_t CWavOut::GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan)
+{
+    CFile stretchFile;
+    if (!stretchFile.Open(m_filePath.c_str(), CFile::modeRead | CFile::typeBinary | CFile::shareDenyNone)) {
+        throw CFileException(m_filePath.empty() ? "(no file has been played yet)" : m_filePath);
+    }
+    // The engine's own file may be closed after a stop; the second file
+    // object is the same file and gives the length for both uses.
+    WordSpeedStretchRequest request;
+    request.playTimeMs = GetCurrentPlayTime();
+    request.avgBytesPerSec = m_format.avgBytesPerSec;
+    request.blockAlign = m_format.blockAlign;
+    request.dataChunkLength = DataLength();
+    request.formatLength = m_format.length;
+    request.factExtra = m_factExtra;
+    request.fileLength = static_cast<int64_t>(stretchFile.GetLength());
+    request.timeSpan = timeSpan;
+    WordSpeedStretch stretch = PlanWordSpeedStretch(request);
+    std::atomic_ref<uint32_t>(m_dataChunk.length).store(stretch.dataChunkLength);
+
+    auto job = std::make_unique<WordSpeedJob>();
+    try {
+        job->samples.resize(stretch.size);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    stretchFile.Seek(stretch.seekFromEnd, CFile::end);
+    job->samples.resize(stretchFile.Read(job->samples.data(), stretch.size));
+    stretchFile.Close();
+    job->channels = m_format.channels;
+    job->bitsPerSample = m_format.bitsPerSample;
+    job->wordsPerSegment = fEpWordNum;
+    job->timeSpan = timeSpan;
+    job->notifyWnd = m_hNotifyWnd.load();
+
+    // A thread that can't start still answers the host, with an estimate of 0.
+    HWND notify = job->notifyWnd;
+    auto shared = std::make_shared<std::unique_ptr<WordSpeedJob>>(std::move(job));
+    if (!platform::StartDetachedThread([shared] { WordSpeedWorker(std::move(*shared)); })) {
+        if (notify != nullptr) PostMessageA(notify, WM_WORDSPEEDDONE, 0, 0);
+    }
+    return static_cast<int32_t>(stretch.n);
 }
 
 // ---------------------------------------------------------------- time

@@ -15,6 +15,7 @@ constexpr UINT WM_PLAYCOMPLETE = 1753;
 constexpr UINT WM_PLAYCLOSED = 1754;
 constexpr UINT WM_ONESENTENCEDONE = 1841;
 constexpr UINT WM_WORDCOUNT = 1856;
+constexpr UINT WM_WORDSPEEDDONE = 1352;
 
 constexpr int kBufferCount = 4;
 
@@ -45,6 +46,10 @@ public:
     void SetMixerFlag(BOOL bOpen) { m_bMixOn = bOpen; }
     BOOL GetMixerFlag() const { return m_bMixOn.load(); }
     void SetJustPlay(BOOL flag) { m_bJustPlay = flag; }
+    // Starts an estimate of the speaking rate on a worker thread, which
+    // posts WM_WORDSPEEDDONE; answers the minute of play the stretch was
+    // taken for. Throws CFileException when the file can't be opened again.
+    int32_t GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan);
     void SetCountWordTimeSpan(int32_t ms) { m_spanMs = ms; }
     int32_t GetCountWordTimeSpan() const { return m_spanMs; }
 

@@ -61,6 +61,7 @@ protected:
     std::deque<QueuedBuffer> m_queue;
     bool m_paused = false;
     bool m_ranDry = false;
+    bool m_closed = false;  // set under m_mutex once the close has gone through
     uint64_t m_underruns = 0;
 
 private:

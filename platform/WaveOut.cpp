@@ -41,6 +41,8 @@ MMRESULT WaveDevice::Write(WAVEHDR* header)
     if (FailsNow("write"))
         return MMSYSERR_ERROR;
     std::lock_guard lock(m_mutex);
+    if (m_closed)
+        return MMSYSERR_INVALHANDLE;
     if (!(header->dwFlags & WHDR_PREPARED))
         return WAVERR_UNPREPARED;
     if (header->dwFlags & WHDR_INQUEUE)

@@ -135,7 +135,6 @@ protected:
 private:
     std::recursive_mutex m_delivering;
     std::string m_played;
-    bool m_closed = false;
 };
 
 }  // namespace

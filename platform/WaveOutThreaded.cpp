@@ -165,6 +165,7 @@ private:
                 request.result = WAVERR_STILLPLAYING;
                 return false;
             }
+            m_closed = true;
             lock.unlock();
             Notify(MM_WOM_CLOSE, 0);
             lock.lock();

@@ -5,6 +5,7 @@
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
 #include "platform/Debug.h"
+#include "platform/Exceptions.h"
 #include "platform/File.h"
 #include "platform/Messages.h"
 #include "shell/MessageCatalogue.h"
@@ -19,7 +20,6 @@ bool IsMemberBuilt(DISPID id)
     // "not implemented" until it lands, never a silent success.
     switch (id) {
     case 20: case 22: case 24:  // view
-    case 33:                    // word speed
         return false;
     default:
         return true;
@@ -346,7 +346,14 @@ HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Varia
     }
     if (!IsMemberBuilt(id)) return fail(E_NOTIMPL, std::string(member->name) + " is not implemented");
 
-    Variant value = RunMember(id, kind, args);
+    Variant value;
+    try {
+        value = RunMember(id, kind, args);
+    } catch (const CFileException& failure) {
+        // A file the member could not open reaches the host as the
+        // automation layer's exception, not as a result.
+        return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
+    }
     if (result != nullptr) *result = value;
     return S_OK;
 }
@@ -386,6 +393,7 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 30: SetCountWordSquare(a[0].floatValue); return {};
     case 31: m_wavOut.SetJustPlay(a[0].intValue); return {};
     case 32: m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue); return {};
+    case 33: return Variant::I4(m_wavOut.GetWordSpeedByAsyn(a[0].floatValue, a[1].intValue));
     case 34:
         if (kind == InvokeKind::PropertyPut) {
             SetLanguageType(static_cast<int16_t>(a[0].intValue));

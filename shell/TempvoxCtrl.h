@@ -8,7 +8,6 @@
 #include "view/WaveViewCtrl.h"
 
 // Messages of the control's window beyond the engine's own.
-constexpr UINT WM_WORDSPEEDDONE = 1352;
 constexpr UINT WM_COMPUTESNR = 1913;
 
 constexpr UINT_PTR TIMER_CARET = 1;

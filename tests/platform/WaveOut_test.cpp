@@ -575,10 +575,11 @@ TEST_F(WaveOutTest, ResetFromInsideTheCallbackReturnsTheRestAtOnce)
         if (backend == AudioBackend::Manual)
             ManualWaveOut::Current()->Step();
         ASSERT_TRUE(listener.WaitForDone(3));
+        // The close is served once the outer callback has returned.
+        ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
         const std::vector<WAVEHDR*> expected = {&blocks[0].header, &blocks[1].header, &blocks[2].header};
         EXPECT_EQ(listener.Done(), expected);
         EXPECT_EQ(doneSeenByReset, std::vector<size_t>{3});
-        ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
     }
 }
 

@@ -84,7 +84,6 @@ TEST_F(ControlTest, DispatchLayerAnswersErrorsInsteadOfCrashing)
         {"property as method", 34, InvokeKind::Method, {}, DISP_E_MEMBERNOTFOUND},
         {"property put without value", 34, InvokeKind::PropertyPut, {}, DISP_E_BADPARAMCOUNT},
         {"property put of a long", 34, InvokeKind::PropertyPut, {Variant::I4(2)}, DISP_E_TYPEMISMATCH},
-        {"word speed still to come", 33, InvokeKind::Method, {Variant::R4(2.5f), Variant::I4(30)}, E_NOTIMPL},
         {"speed level clamps", 6, InvokeKind::Method, {Variant::I2(51)}, S_OK},
         {"view still to come", 20, InvokeKind::Method,
          {Variant::I4(0), Variant::I4(0), Variant::I4(10), Variant::I4(10), Variant::I4(0)}, E_NOTIMPL},
@@ -219,4 +218,24 @@ TEST_F(ControlTest, TemporaryFolderCacheAndRemoval)
     EXPECT_FALSE(control.DeleteAllDownedFile());
     CTempvoxCtrl fresh;
     EXPECT_TRUE(platform::FileExists(folder));
+}
+
+TEST_F(ControlTest, WordSpeedRunsOnAWorkerAndAnswersTheMinute)
+{
+    // No file was ever opened: the file exception reaches the host as an error.
+    Variant result;
+    std::string error;
+    EXPECT_EQ(control.Invoke(33, InvokeKind::Method, {Variant::R4(2.5f), Variant::I4(30)}, &result, &error),
+              DISP_E_EXCEPTION);
+    EXPECT_FALSE(error.empty());
+
+    std::string path = SpeechFile("speed.wav", 40);
+    ASSERT_TRUE(control.SetPlayFilePath(nullptr, -1, path.c_str()));
+    ASSERT_TRUE(control.StartPlay());
+    events.clear();
+    ASSERT_EQ(control.Invoke(33, InvokeKind::Method, {Variant::R4(2.5f), Variant::I4(2)}, &result), S_OK);
+    EXPECT_EQ(result.intValue, 1);
+    ASSERT_TRUE(platform::PumpUntil([&] { return !events.empty(); }, 10000));
+    ASSERT_EQ(EventIds(), std::vector<DISPID>{5});
+    EXPECT_EQ(events[0].args[0].type, VarType::I4);
 }
