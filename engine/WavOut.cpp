@@ -356,6 +356,7 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 
         if (AtEndOfFile() && !m_bStopping) {
             if (s_playEndNotified != 0) return;
+            m_buffersPlayedAtEnd = m_buffersPlayed.load();
             m_bEnded = 1;
             OutputDebugStringA("音频播放完\n");
             HWND notify = m_hNotifyWnd.load();

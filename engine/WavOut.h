@@ -75,6 +75,9 @@ public:
     uint64_t FilePosition() const { return m_file.GetPosition(); }
     uint32_t ReadSize() const { return m_readSize; }
     uint32_t BuffersPlayed() const { return m_buffersPlayed.load(); }
+    // BuffersPlayed() when the end of play was told; the three buffers still
+    // queued then come back after it.
+    uint32_t BuffersPlayedAtEnd() const { return m_buffersPlayedAtEnd.load(); }
     BOOL IsOpened() const { return m_bOpened.load(); }
     BOOL IsEnded() const { return m_bEnded.load(); }
     float Gain() const { return m_gain.load(); }
@@ -149,6 +152,7 @@ private:
     CFile m_file;
     uint32_t m_readSize = 0;
     std::atomic<uint32_t> m_buffersPlayed{0};
+    std::atomic<uint32_t> m_buffersPlayedAtEnd{0};
     WavFormatRecord m_format{};
     WavFormatRecord m_noiseFormat{};
     WavChunkHead m_noiseChunk{};

@@ -6,6 +6,7 @@
 
 int RunPlayCommand(const std::vector<std::string>& args);
 int RunHostCommand(const std::vector<std::string>& args);
+int RunRenderCommand(const std::vector<std::string>& args);
 int RunEncodeCommand(const std::vector<std::string>& args);
 int RunViewCommand(const std::vector<std::string>& args);
 

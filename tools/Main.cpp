@@ -11,7 +11,10 @@ void PrintUsage()
 {
     std::fprintf(stderr,
                  "usage: tempvox <command> [arguments]\n"
-                 "  play FILE [--audio alsa|null|capture:OUT.wav]   play a .wav file to its end\n"
+                 "  play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
+                 "       [--audio alsa|null|capture:OUT.wav]        play a recording to its end\n"
+                 "  render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--just-play]\n"
+                 "                                                  write what would be played\n"
                  "  host [--audio ...] [--clock real|manual] [--debug] [--script FILE]\n"
                  "                                                  run the test container\n"
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
@@ -31,6 +34,7 @@ int main(int argc, char** argv)
     std::vector<std::string> args(argv + 2, argv + argc);
     if (command == "play") return RunPlayCommand(args);
     if (command == "host") return RunHostCommand(args);
+    if (command == "render") return RunRenderCommand(args);
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {

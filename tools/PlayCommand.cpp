@@ -1,82 +1,117 @@
+// `tempvox play`: plays one recording through the control, prints its
+// events, and on a terminal shows a progress line and takes keys.
 #include <cstdio>
 #include <string>
 
-#include "engine/WavOut.h"
 #include "platform/Messages.h"
+#include "platform/Terminal.h"
 #include "tools/Commands.h"
+#include "tools/PlaySettings.h"
 
 namespace {
 
-struct PlayOptions {
-    std::string path;
-    platform::AudioBackendConfig audio;
-    bool audioGiven = false;
+const char* kPlayUsage =
+    "usage: tempvox play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
+    "                   [--audio alsa|null|capture:OUT.wav]\n"
+    "keys on a terminal: space pause/resume, left/right jump 5 s, up/down speed level +/-10, q stop\n";
+
+class ProgressLine {
+public:
+    explicit ProgressLine(bool enabled) : m_enabled(enabled) {}
+    void Clear()
+    {
+        if (m_enabled) std::fputs("\r\033[K", stdout);
+    }
+    void Show(CTempvoxCtrl& control)
+    {
+        if (!m_enabled) return;
+        CWavOut& engine = control.Engine();
+        const char* state = engine.GetPlayerState() == 2 ? "paused" : "playing";
+        std::printf("\r\033[K%s / %s  level %d  [%s]", FormatMs(engine.GetCurrentPlayTime()).c_str(),
+                    FormatMs(engine.GetTotalPlayTime()).c_str(), engine.GetChangeSpeedLevel(), state);
+        std::fflush(stdout);
+    }
+private:
+    bool m_enabled;
 };
 
-bool ParsePlayOptions(const std::vector<std::string>& args, PlayOptions& options)
+void HandleKey(platform::Key key, CTempvoxCtrl& control, bool& quit)
 {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--audio" && i + 1 < args.size()) {
-            if (!ParseAudioOption(args[++i], options.audio)) return false;
-            options.audioGiven = true;
-        } else if (arg.rfind("--", 0) == 0) {
-            std::fprintf(stderr, "tempvox play: unknown option '%s'\n", arg.c_str());
-            return false;
-        } else if (options.path.empty()) {
-            options.path = arg;
+    CWavOut& engine = control.Engine();
+    switch (key) {
+    case platform::Key::Space:
+        if (engine.GetPlayerState() == 2) {
+            control.ResumePlay();
         } else {
-            std::fprintf(stderr, "tempvox play: more than one file given\n");
-            return false;
+            control.PausePlay();
         }
+        break;
+    case platform::Key::Left: engine.SpeedBack(5000); break;
+    case platform::Key::Right: engine.SpeedUp(5000); break;
+    case platform::Key::Up: engine.SetChangeSpeedLevel(static_cast<int16_t>(engine.GetChangeSpeedLevel() + 10)); break;
+    case platform::Key::Down: engine.SetChangeSpeedLevel(static_cast<int16_t>(engine.GetChangeSpeedLevel() - 10)); break;
+    case platform::Key::Quit: quit = true; break;
+    default: break;
     }
-    if (options.path.empty()) {
-        std::fprintf(stderr, "usage: tempvox play FILE [--audio alsa|null|capture:OUT.wav]\n");
-        return false;
-    }
-    return true;
 }
 
 }  // namespace
 
 int RunPlayCommand(const std::vector<std::string>& args)
 {
-    PlayOptions options;
-    if (!ParsePlayOptions(args, options)) return 2;
-    if (!options.audioGiven) options.audio = DefaultAudioBackend();
-    if (options.audio.backend == platform::AudioBackend::Manual) {
+    PlaySettings settings;
+    std::vector<std::string> rest;
+    if (!ParsePlaySettings(args, settings, rest, "play")) {
+        std::fputs(kPlayUsage, stderr);
+        return 2;
+    }
+    platform::AudioBackendConfig audio;
+    bool audioGiven = false;
+    for (size_t i = 0; i < rest.size(); ++i) {
+        if (rest[i] == "--audio" && i + 1 < rest.size()) {
+            if (!ParseAudioOption(rest[++i], audio)) return 2;
+            audioGiven = true;
+        } else {
+            std::fprintf(stderr, "tempvox play: unknown option '%s'\n%s", rest[i].c_str(), kPlayUsage);
+            return 2;
+        }
+    }
+    if (!audioGiven) audio = DefaultAudioBackend();
+    if (audio.backend == platform::AudioBackend::Manual) {
         std::fprintf(stderr, "tempvox play: the manual device is for tests; use alsa, null or capture\n");
         return 2;
     }
-    platform::SetAudioBackend(options.audio);
+    platform::SetAudioBackend(audio);
 
-    bool endTold = false;
-    HWND window = CreateMessageWindow([&](HWND, UINT message, WPARAM, LPARAM) -> LRESULT {
-        if (message == WM_PLAYCOMPLETE) endTold = true;
-        return 0;
+    CTempvoxCtrl control;
+    ProgressLine progress(platform::IsTerminal(1));
+    bool ended = false;
+    control.SetEventSink([&](DISPID id, const std::vector<Variant>& eventArgs) {
+        const EventInfo* event = FindEvent(id);
+        progress.Clear();
+        std::printf("%s", event != nullptr ? event->name : "event");
+        for (const Variant& arg : eventArgs) std::printf(" %d", arg.intValue);
+        std::printf("\n");
+        std::fflush(stdout);
+        if (id == 1) ended = true;
     });
-
-    int exitCode = 0;
-    {
-        CWavOut engine;
-        engine.m_hNotifyWnd = window;
-        if (!engine.StartPlay(options.path.c_str())) {
-            std::fprintf(stderr, "tempvox play: cannot play '%s'\n", options.path.c_str());
-            engine.StopPlay();
-            exitCode = 1;
-        } else {
-            std::printf("Playing %s (%u ms)\n", options.path.c_str(), engine.GetTotalPlayTime());
-            std::fflush(stdout);
-            platform::PumpUntil([&] { return endTold; }, UINT32_MAX);
-            std::printf("End of play\n");
-            std::fflush(stdout);
-            // The end is told while three buffers are still queued; let them
-            // play out before the device is closed.
-            uint32_t playedAtEnd = engine.BuffersPlayed();
-            platform::PumpUntil([&] { return engine.BuffersPlayed() >= playedAtEnd + kBufferCount - 1; }, 2000);
-            engine.StopPlay();
-        }
+    if (!ApplyPlaySettings(control, settings, "play")) return 1;
+    if (!control.StartPlay()) {
+        std::fprintf(stderr, "tempvox play: cannot play '%s'\n", settings.source.c_str());
+        return 1;
     }
-    DestroyWindow(window);
-    return exitCode;
+
+    platform::RawKeyboard keyboard;
+    bool quit = false;
+    while (!ended && !quit) {
+        platform::PumpUntil([&] { return ended; }, keyboard.Active() ? 20 : 200);
+        progress.Show(control);
+        if (keyboard.Active()) HandleKey(keyboard.Read(30), control, quit);
+    }
+    if (ended) WaitForPlayOut(control);
+    progress.Show(control);
+    progress.Clear();
+    control.StopPlay();
+    platform::PumpPendingMessages();
+    return 0;
 }

@@ -1,4 +1,5 @@
 #include "platform/WaveOut.h"
+#include "platform/WaveDevice.h"
 
 #include <gtest/gtest.h>
 
@@ -580,6 +581,109 @@ TEST_F(WaveOutTest, ResetFromInsideTheCallbackReturnsTheRestAtOnce)
         const std::vector<WAVEHDR*> expected = {&blocks[0].header, &blocks[1].header, &blocks[2].header};
         EXPECT_EQ(listener.Done(), expected);
         EXPECT_EQ(doneSeenByReset, std::vector<size_t>{3});
+    }
+}
+
+// A sink the test drives: it takes at most `room` bytes, hears what the test
+// says, and on a pause gives back `giveBack` unheard bytes, as a card
+// without a hardware pause does.
+struct ScriptedSink final : wave::WaveSink {
+    struct Script {
+        std::mutex mutex;
+        std::string accepted;
+        uint64_t heard = 0;
+        size_t room = 0;
+        uint64_t giveBack = 0;
+    };
+    std::shared_ptr<Script> script = std::make_shared<Script>();
+
+    MMRESULT Open(const WAVEFORMATEX&) override { return MMSYSERR_NOERROR; }
+    void Close() override {}
+    size_t Write(const char* data, size_t bytes) override
+    {
+        std::lock_guard lock(script->mutex);
+        const size_t took = std::min(bytes, script->room);
+        script->room -= took;
+        script->accepted.append(data, took);
+        return took;
+    }
+    uint64_t Played() override
+    {
+        std::lock_guard lock(script->mutex);
+        return std::min<uint64_t>(script->heard, script->accepted.size());
+    }
+    uint64_t Pause() override
+    {
+        std::lock_guard lock(script->mutex);
+        const uint64_t back = script->giveBack;
+        script->accepted.resize(script->accepted.size() - back);
+        return back;
+    }
+    void Resume() override {}
+    void Drop() override {}
+    int64_t WaitHintNs(uint64_t) override { return 1'000'000; }
+};
+
+TEST_F(WaveOutTest, BytesGivenBackAtAPauseAreFedAgainExactlyOnce)
+{
+    struct Case {
+        const char* what;
+        std::vector<std::string> buffers;
+        size_t room;
+        uint64_t heardBeforePause;
+        size_t doneBeforePause;
+        uint64_t giveBack;
+    };
+    const Case cases[] = {
+        {"the sink full inside the second buffer", {"AAAAAA", "BBBBBB"}, 10, 6, 1, 4},
+        {"back across an empty buffer into the first", {"AAAA", "", "CCCC"}, 100, 2, 0, 6},
+        {"back to the first heard byte", {"AAAA", "BB"}, 100, 4, 1, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        auto sink = std::make_unique<ScriptedSink>();
+        std::shared_ptr<ScriptedSink::Script> script = sink->script;
+        script->room = c.room;
+        Listener listener;
+        auto device = wave::MakeThreadedDevice(std::move(sink), Format(1, 8000, 8), &Listener::Proc,
+                                               reinterpret_cast<DWORD_PTR>(&listener));
+        ASSERT_EQ(device->Start(), MMSYSERR_NOERROR);
+        std::vector<Block> blocks;
+        blocks.reserve(c.buffers.size());
+        std::string all;
+        for (const std::string& bytes : c.buffers) {
+            blocks.emplace_back(bytes.size());
+            std::copy(bytes.begin(), bytes.end(), blocks.back().data.begin());
+            all += bytes;
+            device->Prepare(&blocks.back().header);
+            ASSERT_EQ(device->Write(&blocks.back().header), MMSYSERR_NOERROR);
+        }
+        {
+            std::lock_guard lock(script->mutex);
+            script->heard = c.heardBeforePause;
+        }
+        ASSERT_TRUE(listener.WaitForDone(c.doneBeforePause));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        EXPECT_EQ(listener.Done().size(), c.doneBeforePause);
+
+        script->mutex.lock();
+        script->giveBack = script->accepted.size() - c.heardBeforePause;
+        EXPECT_EQ(script->giveBack, c.giveBack);
+        script->mutex.unlock();
+        ASSERT_EQ(device->Pause(), MMSYSERR_NOERROR);
+        {
+            std::lock_guard lock(script->mutex);
+            script->room = 1000;
+            script->heard = UINT64_MAX;
+        }
+        ASSERT_EQ(device->Restart(), MMSYSERR_NOERROR);
+        ASSERT_TRUE(listener.WaitForDone(blocks.size()));
+        ASSERT_EQ(device->Close(), MMSYSERR_NOERROR);
+        EXPECT_EQ(script->accepted, all);
+        std::vector<WAVEHDR*> expected;
+        for (Block& block : blocks)
+            expected.push_back(&block.header);
+        EXPECT_EQ(listener.Done(), expected);
     }
 }
 
