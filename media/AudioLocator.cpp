@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "platform/Debug.h"
+#include "platform/Download.h"
 #include "platform/File.h"
 #include "platform/FileFind.h"
 
@@ -69,10 +70,11 @@ std::string FetchToTemp(const char* address, int16_t port, const char* path, con
         OutputDebugStringA(("DownLoadFromFtp下载到的路径:" + target + "\n in DownLoadFromFtp").c_str());
     }
     std::string url = BuildDownloadUrl(address, port, path);
-    // Downloads come with their own transport; until then a remote source
-    // is refused rather than pretended.
-    OutputDebugStringA(("remote audio is not supported yet: " + url + "\n").c_str());
-    return std::string();
+    HRESULT result = URLDownloadToFileA(nullptr, url.c_str(), target.c_str(), 0, nullptr);
+    // A dropped or timed-out connection is worth exactly one more attempt.
+    if (result == platform::kDownloadAborted)
+        result = URLDownloadToFileA(nullptr, url.c_str(), target.c_str(), 0, nullptr);
+    return result >= 0 ? target : std::string();
 }
 
 std::string FindCachedCopy(const std::string& tempDir, const std::string& localName)

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <string>
 
 // Turning what a host names into one local .wav path, and the temporary

@@ -1,11 +1,158 @@
 #include "media/EncodedAudio.h"
 
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
 #include "platform/Debug.h"
+#include "platform/File.h"
+#include "platform/Library.h"
+#include "shell/MessageCatalogue.h"
+
+const char* const kCodecLibraryName = "libvoxcodec.so";
+
+namespace {
+
+constexpr uint32_t kEncodedHeaderBytes = 16;
+constexpr uint32_t kWavHeaderBytes = 44;
+constexpr uint32_t kFrameHeadBytes = 8;
+// Refused like a wrong magic: a frame larger than this could not be held
+// one at a time in memory, and no encoder writes one.
+constexpr uint32_t kLargestFrameBytes = 1u << 20;
+
+using DecodeFunction = int (*)(const void* header, void* pcmOut, const void* frameIn);
+
+struct EncodedHeader {
+    int16_t channels = 0;
+    uint32_t sampleRate = 0;
+    uint32_t frameBytes = 0;
+    uint32_t frameCount = 0;
+};
+
+uint32_t GetU32(const uint8_t* in)
+{
+    return uint32_t(in[0]) | uint32_t(in[1]) << 8 | uint32_t(in[2]) << 16 | uint32_t(in[3]) << 24;
+}
+
+void PutU16(uint8_t* out, uint16_t value)
+{
+    out[0] = uint8_t(value);
+    out[1] = uint8_t(value >> 8);
+}
+
+void PutU32(uint8_t* out, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i) out[i] = uint8_t(value >> (8 * i));
+}
+
+bool HasKnownMagic(const uint8_t* record)
+{
+    return record[0] == 'Z' && (record[1] == 'Q' || record[1] == 'R');
+}
+
+EncodedHeader ParseRecord(const uint8_t* record)
+{
+    EncodedHeader header;
+    header.channels = int16_t(uint16_t(record[2] | record[3] << 8));
+    header.sampleRate = GetU32(record + 4);
+    header.frameBytes = GetU32(record + 8);
+    header.frameCount = GetU32(record + 12);
+    return header;
+}
+
+// Below 8 bytes a frame's decoded size wraps around, and without a channel
+// there is no sample to write: such headers are as unusable as a foreign one.
+bool IsUsable(const EncodedHeader& header)
+{
+    return header.channels > 0 && header.frameBytes >= kFrameHeadBytes && header.frameBytes <= kLargestFrameBytes;
+}
+
+void BuildWavHeader(const EncodedHeader& header, uint32_t dataBytes, uint8_t* out)
+{
+    const uint16_t channels = uint16_t(header.channels);
+    std::memcpy(out, "RIFF", 4);
+    PutU32(out + 4, 36 + dataBytes);
+    std::memcpy(out + 8, "WAVE", 4);
+    std::memcpy(out + 12, "fmt ", 4);
+    PutU32(out + 16, 16);
+    PutU16(out + 20, 1);
+    PutU16(out + 22, channels);
+    PutU32(out + 24, header.sampleRate);
+    PutU32(out + 28, uint32_t(channels) * header.sampleRate * 2);
+    PutU16(out + 32, uint16_t(channels * 2));
+    PutU16(out + 34, 16);
+    std::memcpy(out + 36, "data", 4);
+    PutU32(out + 40, dataBytes);
+}
+
+std::string WavPathFor(const std::string& path)
+{
+    size_t dot = path.rfind('.');
+    return (dot == std::string::npos ? path : path.substr(0, dot)) + ".wav";
+}
+
+}  // namespace
 
 std::string ConvertToWav(const std::string& path)
 {
-    // The conversion comes with the codec library; until then an encoded
-    // source is refused rather than played as noise.
-    OutputDebugStringA(("encoded audio is not supported yet: " + path + "\n").c_str());
-    return std::string();
+    return ConvertToWavWith(path, kCodecLibraryName);
+}
+
+std::string ConvertToWavWith(const std::string& path, const char* libraryName)
+{
+    const std::string wavPath = WavPathFor(path);
+    OutputDebugStringA(("changewzqtowav-wav name:" + wavPath + "\n").c_str());
+
+    CFile encoded;
+    if (!encoded.Open(path.c_str(), CFile::modeRead | CFile::typeBinary)) {
+        ReportMessage(213, "指定的音频文件不存在，不能播放!");
+        return std::string();
+    }
+    encoded.Seek(0, CFile::begin);
+    uint8_t record[kEncodedHeaderBytes] = {};
+    encoded.Read(record, kEncodedHeaderBytes);
+    const EncodedHeader header = ParseRecord(record);
+    if (!HasKnownMagic(record) || !IsUsable(header)) {
+        encoded.Close();
+        OutputDebugStringA("changewzqtowav-格式不准确\n");
+        return std::string();
+    }
+
+    const uint32_t pcmFrameBytes = 4 * header.frameBytes - 32;
+    const uint32_t dataBytes = header.frameCount * pcmFrameBytes;
+    uint8_t wavHeader[kWavHeaderBytes];
+    BuildWavHeader(header, dataBytes, wavHeader);
+
+    CFile wav;
+    if (!wav.Open(wavPath.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::typeBinary)) {
+        ReportMessage(214, "创建wav文件失败!");
+        return std::string();
+    }
+    wav.Seek(0, CFile::begin);
+    wav.Write(wavHeader, kWavHeaderBytes);
+
+    auto pcmBuffer = std::make_unique<uint8_t[]>(pcmFrameBytes);
+    auto frameBuffer = std::make_unique<uint8_t[]>(header.frameBytes);
+
+    HMODULE library = LoadLibraryA(libraryName);
+    auto decode = reinterpret_cast<DecodeFunction>(GetProcAddress(library, "wzq_decode"));
+    if (decode == nullptr) {
+        OutputDebugStringA("changewzqtowav-加载voxcodec失败\n");
+        if (library != nullptr) FreeLibrary(library);
+        return std::string();
+    }
+
+    for (uint32_t frame = 0; frame < header.frameCount; ++frame) {
+        const uint32_t got = encoded.Read(frameBuffer.get(), header.frameBytes);
+        // Past the end of a truncated file the frame reads as zeros, which
+        // decode to silence instead of repeating the last frame that was read.
+        std::memset(frameBuffer.get() + got, 0, header.frameBytes - got);
+        decode(record, pcmBuffer.get(), frameBuffer.get());
+        wav.Write(pcmBuffer.get(), pcmFrameBytes);
+    }
+
+    encoded.Close();
+    wav.Close();
+    FreeLibrary(library);
+    return wavPath;
 }

@@ -4,3 +4,10 @@
 // Turns an encoded wzq file into a 16-bit PCM .wav beside it, through the
 // codec library. The path of the .wav, or empty on failure.
 std::string ConvertToWav(const std::string& path);
+
+// The bare name the codec library is loaded by.
+extern const char* const kCodecLibraryName;
+
+// The same conversion through the library of the given name; for hosts that
+// ship the codec under a name of their own.
+std::string ConvertToWavWith(const std::string& path, const char* libraryName);

@@ -23,6 +23,14 @@ struct Request {
 constexpr int64_t kShortestWaitNs = 200'000;
 constexpr int64_t kLongestWaitNs = 50'000'000;
 
+// A stream starts like a sound card's: once it is primed with as many
+// buffers as a player keeps in flight, or once writes have stopped coming
+// (a stream shorter than that). It is primed again whenever its queue ran
+// empty. Without this a device that completes at once (the capture file)
+// would hand the first buffer back before the owner had queued the others.
+constexpr size_t kStartThresholdBuffers = 4;
+constexpr auto kStartWhenIdle = std::chrono::milliseconds(50);
+
 class ThreadedDevice final : public WaveDevice {
 public:
     ThreadedDevice(std::unique_ptr<WaveSink> sink, WaveOutProc callback, DWORD_PTR instance)
@@ -66,7 +74,11 @@ public:
     }
 
 protected:
-    void OnQueued() override { m_wake.notify_one(); }
+    void OnQueued() override
+    {
+        m_lastQueuedAt = std::chrono::steady_clock::now();
+        m_wake.notify_one();
+    }
 
 private:
     MMRESULT Submit(RequestKind kind)
@@ -112,7 +124,7 @@ private:
                     break;
                 continue;
             }
-            if (!m_paused) {
+            if (!m_paused && Primed()) {
                 Feed();
                 if (FrontHeard()) {
                     WAVEHDR* header = PopDone();
@@ -174,6 +186,19 @@ private:
         return false;
     }
 
+    bool Primed()
+    {
+        if (m_queue.empty()) {
+            m_primed = false;
+            return false;
+        }
+        if (!m_primed) {
+            m_primed = m_queue.size() >= kStartThresholdBuffers ||
+                       std::chrono::steady_clock::now() - m_lastQueuedAt >= kStartWhenIdle;
+        }
+        return m_primed;
+    }
+
     // Hands the sink as much as it takes, and stamps each header whose last
     // byte went over with the total at which that byte will have been heard.
     void Feed()
@@ -224,6 +249,10 @@ private:
             m_wake.wait(lock);
             return;
         }
+        if (!m_primed) {
+            m_wake.wait_until(lock, m_lastQueuedAt + kStartWhenIdle);
+            return;
+        }
         const QueuedBuffer& front = m_queue.front();
         int64_t waitNs = m_sink->WaitHintNs(front.stamped ? front.heardAt : UINT64_MAX);
         waitNs = std::clamp(waitNs, kShortestWaitNs, kLongestWaitNs);
@@ -237,6 +266,8 @@ private:
     std::condition_variable m_answered;  // requesters sleep on it
     std::deque<Request*> m_requests;
     uint64_t m_written = 0;
+    std::chrono::steady_clock::time_point m_lastQueuedAt;
+    bool m_primed = false;
     bool m_openDelivered = false;
     bool m_finished = false;
     bool m_abandoned = false;

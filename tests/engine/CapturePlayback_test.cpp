@@ -48,8 +48,7 @@ TEST(CapturePlayback, WritesTheSourceSamplesUpToTheEndRule)
         engine.SetJustPlay(TRUE);
         ASSERT_TRUE(engine.StartPlay(path.c_str()));
         ASSERT_TRUE(platform::PumpUntil([&] { return ended; }, 10000));
-        uint32_t playedAtEnd = engine.BuffersPlayed();
-        ASSERT_TRUE(platform::PumpUntil([&] { return engine.BuffersPlayed() >= playedAtEnd + 3; }, 10000));
+        ASSERT_TRUE(platform::PumpUntil([&] { return engine.BuffersPlayed() >= engine.BuffersPlayedAtEnd() + 3; }, 10000));
         ASSERT_TRUE(engine.StopPlay());
     }
     DestroyWindow(window);

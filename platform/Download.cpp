@@ -1,0 +1,122 @@
+#include "platform/Download.h"
+
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <mutex>
+#include <unistd.h>
+
+#include <curl/curl.h>
+
+namespace platform {
+namespace {
+
+void InitialiseTransportOnce()
+{
+    // curl's global set-up is not thread-safe; doing it once up front keeps
+    // later handles from racing for it.
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+// The hidden name beside the target that a download is written under. It
+// starts with ".~" so that a search for "name.*" never takes it for a copy.
+std::string PartialNameFor(const std::string& target)
+{
+    static std::atomic<unsigned> serial{0};
+    size_t slash = target.rfind('/');
+    std::string folder = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
+    std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
+    return folder + ".~" + name + "." + std::to_string(::getpid()) + "." + std::to_string(serial++);
+}
+
+size_t WriteToFile(char* data, size_t size, size_t count, void* file)
+{
+    return std::fwrite(data, size, count, static_cast<FILE*>(file)) * size;
+}
+
+HRESULT ResultOfTransfer(CURLcode code)
+{
+    switch (code) {
+    case CURLE_OK:
+        return 0;
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_ABORTED_BY_CALLBACK:
+        return kDownloadAborted;
+    case CURLE_URL_MALFORMAT:
+    case CURLE_UNSUPPORTED_PROTOCOL:
+        return kDownloadBadAddress;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_CONNECT:
+        return kDownloadCannotConnect;
+    case CURLE_HTTP_RETURNED_ERROR:
+    case CURLE_REMOTE_FILE_NOT_FOUND:
+    case CURLE_FTP_COULDNT_RETR_FILE:
+    case CURLE_REMOTE_ACCESS_DENIED:
+        return kDownloadNotFound;
+    case CURLE_WRITE_ERROR:
+        return kDownloadFileError;
+    default:
+        return kDownloadFailed;
+    }
+}
+
+HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limits)
+{
+    CURL* handle = curl_easy_init();
+    if (handle == nullptr) return kDownloadFailed;
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https,ftp");
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 10L);
+    curl_easy_setopt(handle, CURLOPT_FAILONERROR, 1L);
+    // Signals would be the only way to time out name look-ups otherwise, and
+    // they are not ours to take in a host's process.
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, limits.connectTimeoutSeconds);
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, limits.stallSeconds);
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, WriteToFile);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, file);
+    CURLcode code = curl_easy_perform(handle);
+    curl_easy_cleanup(handle);
+    return ResultOfTransfer(code);
+}
+
+}  // namespace
+
+HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
+{
+    if (url.empty() || target.empty()) return kDownloadBadAddress;
+    InitialiseTransportOnce();
+
+    std::string partial = PartialNameFor(target);
+    int fd = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) return kDownloadFileError;
+    FILE* file = ::fdopen(fd, "wb");
+    if (file == nullptr) {
+        ::close(fd);
+        ::unlink(partial.c_str());
+        return kDownloadFileError;
+    }
+
+    HRESULT result = Transfer(url, file, limits);
+    if (std::fclose(file) != 0 && result == 0) result = kDownloadFileError;
+    if (result == 0 && std::rename(partial.c_str(), target.c_str()) != 0) result = kDownloadFileError;
+    if (result != 0) ::unlink(partial.c_str());
+    return result;
+}
+
+}  // namespace platform
+
+HRESULT URLDownloadToFileA(void*, const char* url, const char* fileName, DWORD, void*)
+{
+    if (url == nullptr || fileName == nullptr) return platform::kDownloadBadAddress;
+    return platform::DownloadToFile(url, fileName, platform::DownloadLimits{});
+}

@@ -1,0 +1,40 @@
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "platform/Types.h"
+
+using HRESULT = int32_t;
+
+namespace platform {
+
+// Results of a download besides 0 for success. Only kDownloadAborted is
+// worth another try: the connection dropped, stalled or timed out.
+constexpr HRESULT kDownloadAborted = static_cast<HRESULT>(0x80004004u);
+constexpr HRESULT kDownloadBadAddress = static_cast<HRESULT>(0x800C0002u);
+constexpr HRESULT kDownloadCannotConnect = static_cast<HRESULT>(0x800C0004u);
+constexpr HRESULT kDownloadNotFound = static_cast<HRESULT>(0x800C0005u);
+constexpr HRESULT kDownloadFailed = static_cast<HRESULT>(0x800C0008u);
+constexpr HRESULT kDownloadFileError = static_cast<HRESULT>(0x80004005u);
+
+struct DownloadLimits {
+    // Time allowed to make the connection.
+    long connectTimeoutSeconds = 5;
+    // A transfer that moves no byte for this long is given up.
+    long stallSeconds = 30;
+};
+
+// Fetches an http, https or ftp address into `target`, following
+// redirects. The bytes go to a hidden file beside the target that is renamed
+// over it only when complete, so a failed or interrupted download never
+// leaves a partial file under the target's name. An HTTP error status is a
+// failure, never a file.
+HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits);
+
+}  // namespace platform
+
+// The synchronous fetch of the original platform, with the default limits.
+// `caller`, `reserved` and `statusCallback` are accepted and not used. 0 on
+// success, a negative code from above otherwise.
+HRESULT URLDownloadToFileA(void* caller, const char* url, const char* fileName, DWORD reserved,
+                           void* statusCallback);
