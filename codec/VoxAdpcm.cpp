@@ -127,7 +127,7 @@ uint8_t EncodeNibble(Variant variant, ChannelState& state, int16_t sample)
 void DecodeFrame(const StreamHeader& header, const uint8_t* frame, uint8_t* pcmOut)
 {
     const int channels = header.channels;
-    std::vector<ChannelState> states(size_t(channels));
+    std::vector<ChannelState> states(static_cast<size_t>(channels));
     for (int c = 0; c < std::min(channels, kChannelsWithState); ++c) states[size_t(c)] = ReadFrameState(frame, c);
 
     const uint8_t* payload = frame + kFrameHeadBytes;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <unordered_set>
+#include <utility>
 
 #include "platform/GdiInternal.h"
 
@@ -35,6 +36,7 @@ HGDIOBJ Register(GdiObject* object)
     return object;
 }
 
+
 HGDIOBJ MakeStock(GdiKind kind, int penStyle, COLORREF color)
 {
     auto* object = new GdiObject;
@@ -58,6 +60,12 @@ struct StockObjects {
         font->font.height = 13;
         font->font.weight = FW_NORMAL;
         return font;
+    }();
+    // What a memory context holds until a bitmap is selected into it.
+    HGDIOBJ defaultBitmap = [] {
+        HGDIOBJ bitmap = MakeStock(GdiKind::Bitmap, PS_SOLID, 0);
+        bitmap->bitmap = std::make_shared<Framebuffer>(1, 1, 0);
+        return bitmap;
     }();
 };
 
@@ -111,6 +119,12 @@ void FillThroughRop(DeviceContext& dc, const RECT& rect, COLORREF color)
 }
 
 }  // namespace
+
+HGDIOBJ RegisterObject(GdiObject* object)
+{
+    Stock();
+    return Register(object);
+}
 
 bool IsLiveDC(HDC dc)
 {
@@ -283,11 +297,11 @@ const Framebuffer* GetBitmapPixels(HBITMAP bitmap)
 
 HDC CreateCompatibleDC(HDC)
 {
-    auto defaultBitmap = std::make_shared<Framebuffer>(1, 1, 0);
-    HDC dc = CreateSurfaceDC(defaultBitmap, RECT{});
+    HGDIOBJ defaultBitmap = Stock().defaultBitmap;
+    HDC dc = CreateSurfaceDC(defaultBitmap->bitmap, RECT{});
     dc->memory = true;
     dc->clipToSurface = true;
-    dc->defaultBitmap = defaultBitmap;
+    dc->bitmap = defaultBitmap;
     return dc;
 }
 
@@ -333,9 +347,7 @@ HGDIOBJ SelectObject(HDC dc, HGDIOBJ object)
     *slot = object;
     if (object->kind == GdiKind::Bitmap)
         dc->surface = object->bitmap;
-    // The 1x1 bitmap a memory context starts with stands in for "no
-    // bitmap" when the caller puts the old selection back.
-    return previous != nullptr || object->kind != GdiKind::Bitmap ? previous : nullptr;
+    return previous;
 }
 
 int SetROP2(HDC dc, int mode)

@@ -31,7 +31,6 @@ struct GdiObject {
 
 struct DeviceContext {
     std::shared_ptr<Framebuffer> surface;
-    std::shared_ptr<Framebuffer> defaultBitmap;  // memory contexts without a selected bitmap
     bool memory = false;
     RECT clip;  // in surface coordinates; memory contexts clip to the bitmap only
     bool clipToSurface = false;
@@ -48,6 +47,8 @@ struct DeviceContext {
 
 namespace platform {
 
+// Makes a new object a valid handle.
+HGDIOBJ RegisterObject(GdiObject* object);
 bool IsLiveDC(HDC dc);
 bool IsLiveObject(HGDIOBJ object);
 // The part of the surface that drawing may touch: the clip within its bounds.

@@ -1,0 +1,300 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "media/EncodedAudio.h"
+#include "media/MediaTestSupport.h"
+#include "platform/Library.h"
+#include "support/HostHarness.h"
+#include "support/SpeechLikeSignal.h"
+#include "support/WavFiles.h"
+
+using namespace mediatest;
+
+namespace {
+
+struct WavHead {
+    uint32_t riffLength, formatLength, sampleRate, avgBytes, dataLength;
+    uint16_t formatTag, channels, blockAlign, bits;
+    std::string tags;
+};
+
+WavHead ParseWavHead(const std::string& bytes)
+{
+    WavHead head{};
+    if (bytes.size() < 44) return head;
+    auto u32 = [&](size_t at) { uint32_t v; std::memcpy(&v, bytes.data() + at, 4); return v; };
+    auto u16 = [&](size_t at) { uint16_t v; std::memcpy(&v, bytes.data() + at, 2); return v; };
+    head.tags = bytes.substr(0, 4) + bytes.substr(8, 8) + bytes.substr(36, 4);
+    head.riffLength = u32(4);
+    head.formatLength = u32(16);
+    head.formatTag = u16(20);
+    head.channels = u16(22);
+    head.sampleRate = u32(24);
+    head.avgBytes = u32(28);
+    head.blockAlign = u16(32);
+    head.bits = u16(34);
+    head.dataLength = u32(40);
+    return head;
+}
+
+std::string EncodedHeaderBytes(const char* magic, int16_t channels, uint32_t rate, uint32_t frameBytes, uint32_t frames)
+{
+    std::string bytes(magic, 2);
+    testwav::PutU16(bytes, uint16_t(channels));
+    testwav::PutU32(bytes, rate);
+    testwav::PutU32(bytes, frameBytes);
+    testwav::PutU32(bytes, frames);
+    return bytes;
+}
+
+class EncodedAudioTest : public ::testing::Test {
+protected:
+    HostHarness host;
+    ScratchFolder scratch{"wzq"};
+};
+
+}  // namespace
+
+TEST_F(EncodedAudioTest, SpeechSurvivesTheRoundTripWithinAdpcmError)
+{
+    struct Case {
+        int16_t channels;
+        voxadpcm::Variant variant;
+        uint32_t frameBytes;
+    };
+    const Case cases[] = {
+        {1, voxadpcm::Variant::ZQ, 264},
+        {1, voxadpcm::Variant::ZR, 264},
+        {2, voxadpcm::Variant::ZQ, 264},
+        {2, voxadpcm::Variant::ZR, 72},
+    };
+    for (const Case& c : cases) {
+        const char* variantName = c.variant == voxadpcm::Variant::ZR ? "ZR" : "ZQ";
+        SCOPED_TRACE(std::string(variantName) + " channels " + std::to_string(c.channels));
+        const std::vector<int16_t> source = test_signals::SpeechLike(16000, 20000, c.channels, 3);
+        voxadpcm::StreamHeader header;
+        header.variant = c.variant;
+        header.channels = c.channels;
+        header.frameBytes = c.frameBytes;
+        const std::string encodedPath = scratch.Path() + "speech" + variantName + std::to_string(c.channels) + ".wzq";
+        WriteAll(encodedPath, EncodeSamples(header, source));
+
+        const std::string wavPath = ConvertToWav(encodedPath);
+        ASSERT_EQ(wavPath, encodedPath.substr(0, encodedPath.size() - 4) + ".wav");
+        const std::string wav = ReadAll(wavPath);
+        const uint32_t dataBytes = header.frameCount * (4 * c.frameBytes - 32);
+        ASSERT_EQ(wav.size(), 44u + dataBytes);
+        EXPECT_EQ(ParseWavHead(wav).dataLength, dataBytes);
+        EXPECT_EQ(ParseWavHead(wav).channels, c.channels);
+
+        const std::vector<int16_t> decoded = testwav::ToSamples16(wav.substr(44));
+        const double snr = SnrDb(source, decoded);
+        std::printf("  %s, %d channel(s), %u-byte frames: SNR %.1f dB\n", variantName, c.channels, c.frameBytes, snr);
+        EXPECT_GT(snr, 20.0);
+        // The last frame is filled up with silence.
+        for (size_t i = source.size(); i < decoded.size(); ++i) ASSERT_LT(std::abs(decoded[i]), 256) << i;
+    }
+}
+
+TEST_F(EncodedAudioTest, WavHeadFollowsTheEncodedHeader)
+{
+    struct Case {
+        const char* name;
+        std::string file;
+        const char* fileName;
+        const char* wavName;
+        WavHead expected;
+        size_t expectedSize;
+    };
+    const Case cases[] = {
+        {"mono", EncodedHeaderBytes("ZQ", 1, 16000, 264, 100) + std::string(100 * 264, '\0'), "mono.wzq",
+         "mono.wav", {102436, 16, 16000, 32000, 102400, 1, 1, 2, 16, "RIFFWAVEfmt data"}, 44 + 102400},
+        {"stereo ZR", EncodedHeaderBytes("ZR", 2, 16000, 264, 100) + std::string(100 * 264, '\0'), "st.WZQ",
+         "st.wav", {102436, 16, 16000, 64000, 102400, 1, 2, 4, 16, "RIFFWAVEfmt data"}, 44 + 102400},
+        {"no frames, several dots", EncodedHeaderBytes("ZQ", 1, 8000, 40, 0), "a.b.c.Wzq", "a.b.c.wav",
+         {36, 16, 8000, 16000, 0, 1, 1, 2, 16, "RIFFWAVEfmt data"}, 44},
+        {"smallest frame", EncodedHeaderBytes("ZQ", 1, 8000, 8, 5) + std::string(40, '\0'), "tiny.wzq", "tiny.wav",
+         {36, 16, 8000, 16000, 0, 1, 1, 2, 16, "RIFFWAVEfmt data"}, 44},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = scratch.Path() + c.fileName;
+        WriteAll(path, c.file);
+        // A .wav of that name beside it is replaced, not appended to.
+        WriteAll(scratch.Path() + c.wavName, std::string(200000, 'x'));
+        ASSERT_EQ(ConvertToWav(path), scratch.Path() + c.wavName);
+        const std::string wav = ReadAll(scratch.Path() + c.wavName);
+        ASSERT_EQ(wav.size(), c.expectedSize);
+        const WavHead head = ParseWavHead(wav);
+        const WavHead& want = c.expected;
+        EXPECT_EQ(head.tags, want.tags);
+        EXPECT_EQ(head.riffLength, want.riffLength);
+        EXPECT_EQ(head.formatLength, want.formatLength);
+        EXPECT_EQ(head.formatTag, want.formatTag);
+        EXPECT_EQ(head.channels, want.channels);
+        EXPECT_EQ(head.sampleRate, want.sampleRate);
+        EXPECT_EQ(head.avgBytes, want.avgBytes);
+        EXPECT_EQ(head.blockAlign, want.blockAlign);
+        EXPECT_EQ(head.bits, want.bits);
+        EXPECT_EQ(head.dataLength, want.dataLength);
+        EXPECT_EQ(wav.substr(44), std::string(wav.size() - 44, '\0')) << "zero frames decode to silence";
+    }
+    EXPECT_TRUE(host.BoxIds().empty());
+}
+
+TEST_F(EncodedAudioTest, TruncatedFileGivesTheDeclaredLengthWithSilentMissingFrames)
+{
+    const std::vector<int16_t> source = test_signals::SpeechLike(16000, 10 * 512, 1, 5);
+    voxadpcm::StreamHeader header;
+    std::string encoded = EncodeSamples(header, source);
+    ASSERT_EQ(header.frameCount, 10u);
+    const std::string path = scratch.Path() + "cut.wzq";
+    WriteAll(path, encoded.substr(0, 16 + 4 * 264));  // four whole frames of ten
+    ASSERT_FALSE(ConvertToWav(path).empty());
+    const std::string wav = ReadAll(scratch.Path() + "cut.wav");
+    ASSERT_EQ(wav.size(), 44u + 10 * 1024);
+    const std::vector<int16_t> decoded = testwav::ToSamples16(wav.substr(44));
+    EXPECT_GT(SnrDb(std::vector<int16_t>(source.begin(), source.begin() + 4 * 512), decoded), 20.0);
+    EXPECT_EQ(std::vector<int16_t>(decoded.begin() + 4 * 512, decoded.end()), std::vector<int16_t>(6 * 512, 0));
+}
+
+TEST_F(EncodedAudioTest, FailuresAnswerEmptyAndLeaveWhatTheyShould)
+{
+    struct Case {
+        const char* name;
+        const char* file;  // nullptr: no such file
+        std::string bytes;
+        std::vector<int> boxes;
+        bool wavLeft;
+    };
+    const std::string frames(64, '\0');
+    const Case cases[] = {
+        {"missing file", nullptr, "", {213}, false},
+        {"empty file", "empty.wzq", "", {}, false},
+        {"foreign magic", "foreign.wzq", EncodedHeaderBytes("ZX", 1, 8000, 40, 1) + frames, {}, false},
+        {"lower-case magic", "lower.wzq", EncodedHeaderBytes("zq", 1, 8000, 40, 1) + frames, {}, false},
+        {"one byte", "short.wzq", "Z", {}, false},
+        {"magic alone has no channel", "magic.wzq", "ZQ", {}, false},
+        {"frame below its head", "seven.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 7, 1) + frames, {}, false},
+        {"no channels", "zero.wzq", EncodedHeaderBytes("ZR", 0, 8000, 40, 1) + frames, {}, false},
+        {"negative channels", "neg.wzq", EncodedHeaderBytes("ZQ", -2, 8000, 40, 1) + frames, {}, false},
+        {"frame too large to hold", "huge.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 0x40000008u, 1) + frames, {},
+         false},
+        {"wav can't be made", "blocked.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 40, 1) + frames, {214}, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        host.Boxes().clear();
+        const std::string name = c.file != nullptr ? c.file : "absent.wzq";
+        const std::string stem = scratch.Path() + name.substr(0, name.size() - 4);
+        if (c.file != nullptr) WriteAll(stem + ".wzq", c.bytes);
+        // A folder in the way of the .wav makes it impossible to create.
+        if (c.wavLeft) {
+            ASSERT_TRUE(platform::CreateDirectory(stem + ".wav"));
+        }
+        EXPECT_EQ(ConvertToWav(stem + ".wzq"), "");
+        EXPECT_EQ(host.BoxIds(), c.boxes);
+        EXPECT_EQ(platform::FileExists(stem + ".wav"), c.wavLeft);
+        if (c.file != nullptr) {
+            EXPECT_EQ(ReadAll(stem + ".wzq"), c.bytes) << "the source is never changed";
+        }
+    }
+}
+
+TEST_F(EncodedAudioTest, WithoutTheLibraryOnlyTheHeadIsWritten)
+{
+    const std::string bytes = EncodedHeaderBytes("ZQ", 1, 16000, 264, 100) + std::string(100 * 264, '\0');
+    // A library that is not there, and one that is there without the function.
+    for (const char* library : {"libvoxcodec-absent.so", "libm.so.6"}) {
+        SCOPED_TRACE(library);
+        WriteAll(scratch.Path() + "nolib.wzq", bytes);
+        EXPECT_EQ(ConvertToWavWith(scratch.Path() + "nolib.wzq", library), "");
+        const std::string wav = ReadAll(scratch.Path() + "nolib.wav");
+        ASSERT_EQ(wav.size(), 44u);
+        EXPECT_EQ(ParseWavHead(wav).dataLength, 102400u) << "the head still promises the samples";
+        EXPECT_EQ(ParseWavHead(wav).riffLength, 102436u);
+    }
+    EXPECT_TRUE(host.BoxIds().empty());
+}
+
+TEST_F(EncodedAudioTest, MutatedFilesNeverUpsetTheConversion)
+{
+    const std::vector<int16_t> source = test_signals::SpeechLike(8000, 600, 2, 9);
+    voxadpcm::StreamHeader header;
+    header.channels = 2;
+    header.frameBytes = 40;
+    const std::string original = EncodeSamples(header, source);
+    std::mt19937 random(20240611);
+    const std::string path = scratch.Path() + "fuzz.wzq";
+    int converted = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::string bytes = original;
+        const int flips = 1 + int(random() % 8);
+        for (int i = 0; i < flips; ++i) {
+            // Half the flips land in the 16-byte header, where they matter most.
+            const size_t at = random() % 2 ? random() % 16 : random() % bytes.size();
+            bytes[at] = char(random() % 3 == 0 ? random() : bytes[at] ^ (1u << (random() % 8)));
+        }
+        if (random() % 4 == 0) bytes.resize(random() % bytes.size());
+        // Keeps each output small: the frame count alone only makes files longer.
+        if (bytes.size() >= 16) {
+            uint32_t frameBytes, frameCount;
+            std::memcpy(&frameBytes, bytes.data() + 8, 4);
+            std::memcpy(&frameCount, bytes.data() + 12, 4);
+            if (uint64_t(frameCount) * (uint64_t(frameBytes) + 1) > (1u << 20)) {
+                frameCount %= 64;
+                std::memcpy(bytes.data() + 12, &frameCount, 4);
+            }
+        }
+        WriteAll(path, bytes);
+        const std::string wavPath = ConvertToWav(path);
+        if (wavPath.empty()) continue;
+        ++converted;
+        const WavHead head = ParseWavHead(ReadAll(wavPath));
+        ASSERT_EQ(ReadAll(wavPath).size(), 44u + head.dataLength) << "round " << round;
+    }
+    EXPECT_GT(converted, 300);
+    EXPECT_TRUE(host.BoxIds().empty());
+}
+
+TEST(CodecLibrary, DecodesAnyHeaderAndFrameWithinItsBuffers)
+{
+    HMODULE library = LoadLibraryA(kCodecLibraryName);
+    ASSERT_NE(library, nullptr) << "libvoxcodec.so must be found by its bare name";
+    using Decode = int (*)(const void*, void*, const void*);
+    auto decode = reinterpret_cast<Decode>(GetProcAddress(library, "wzq_decode"));
+    ASSERT_NE(decode, nullptr);
+
+    std::mt19937 random(77);
+    for (int round = 0; round < 5000; ++round) {
+        uint8_t header[16];
+        for (uint8_t& b : header) b = uint8_t(random());
+        header[0] = 'Z';
+        header[1] = random() % 2 ? 'Q' : 'R';
+        const uint32_t frameBytes = random() % 3 == 0 ? uint32_t(random()) : random() % 300;
+        const int16_t channels = int16_t(random() % 4 == 0 ? int(random()) : int(random() % 6) - 1);
+        std::memcpy(header + 2, &channels, 2);
+        std::memcpy(header + 8, &frameBytes, 4);
+        const bool usable = channels > 0 && frameBytes >= 8 && frameBytes <= voxadpcm::kLargestFrameBytes;
+        // Buffers of exactly the sizes the header implies, so a sanitizer
+        // sees any byte beyond them.
+        std::vector<uint8_t> frame(usable ? frameBytes : 8);
+        for (uint8_t& b : frame) b = uint8_t(random());
+        std::vector<uint8_t> pcm(usable ? 4 * frameBytes - 32 : 4, 0xEE);
+        const int result = decode(header, pcm.data(), frame.data());
+        ASSERT_EQ(result == 0, usable) << "round " << round;
+        if (!usable) {
+            EXPECT_EQ(pcm, std::vector<uint8_t>(4, 0xEE)) << "a refused header leaves the buffer alone";
+            continue;
+        }
+        // The library agrees with the core the encoder is built on.
+        voxadpcm::StreamHeader parsed;
+        ASSERT_TRUE(voxadpcm::ReadHeader(header, parsed));
+        std::vector<uint8_t> expected(pcm.size());
+        voxadpcm::DecodeFrame(parsed, frame.data(), expected.data());
+        ASSERT_EQ(pcm, expected) << "round " << round;
+    }
+    EXPECT_TRUE(FreeLibrary(library));
+}
