@@ -571,23 +571,30 @@ int32_t CWavOut::GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan)
     WordSpeedStretch stretch = PlanWordSpeedStretch(request);
     std::atomic_ref<uint32_t>(m_dataChunk.length).store(stretch.dataChunkLength);
 
-    auto job = std::make_unique<WordSpeedJob>();
+    std::vector<uint8_t> samples;
     try {
-        job->samples.resize(stretch.size);
+        samples.resize(stretch.size);
     } catch (const std::bad_alloc&) {
         return 0;
     }
     stretchFile.Seek(stretch.seekFromEnd, CFile::end);
-    job->samples.resize(stretchFile.Read(job->samples.data(), stretch.size));
+    samples.resize(stretchFile.Read(samples.data(), stretch.size));
     stretchFile.Close();
+
+    // A job that can't be made, or a thread that can't start, still
+    // answers the host, with an estimate of 0.
+    HWND notify = m_hNotifyWnd.load();
+    std::unique_ptr<WordSpeedJob> job(new (std::nothrow) WordSpeedJob);
+    if (job == nullptr) {
+        if (notify != nullptr) PostMessageA(notify, WM_WORDSPEEDDONE, 0, 0);
+        return static_cast<int32_t>(stretch.n);
+    }
+    job->samples = std::move(samples);
     job->channels = m_format.channels;
     job->bitsPerSample = m_format.bitsPerSample;
     job->wordsPerSegment = fEpWordNum;
     job->timeSpan = timeSpan;
-    job->notifyWnd = m_hNotifyWnd.load();
-
-    // A thread that can't start still answers the host, with an estimate of 0.
-    HWND notify = job->notifyWnd;
+    job->notifyWnd = notify;
     auto shared = std::make_shared<std::unique_ptr<WordSpeedJob>>(std::move(job));
     if (!platform::StartDetachedThread([shared] { WordSpeedWorker(std::move(*shared)); })) {
         if (notify != nullptr) PostMessageA(notify, WM_WORDSPEEDDONE, 0, 0);

@@ -441,22 +441,30 @@ BOOL LineTo(HDC dc, int x, int y)
     dc->position = POINT{x, y};
     if (!DrawsPen(*dc))
         return TRUE;
+    // Steps along the longer axis; the shorter one moves when the error
+    // passes half a pixel, and a tie stays put.
     const int64_t dx = std::llabs(x - cx);
-    const int64_t dy = -std::llabs(y - cy);
+    const int64_t dy = std::llabs(y - cy);
     const int stepX = cx < x ? 1 : -1;
     const int stepY = cy < y ? 1 : -1;
-    int64_t error = dx + dy;
-    while (cx != x || cy != y) {
+    const bool xMajor = dx >= dy;
+    const int64_t major = xMajor ? dx : dy;
+    const int64_t minor = xMajor ? dy : dx;
+    int64_t error = 2 * minor - major;
+    for (int64_t i = 0; i < major; ++i) {
         PlotPen(*dc, static_cast<int>(cx), static_cast<int>(cy));
-        const int64_t twice = 2 * error;
-        if (twice >= dy) {
-            error += dy;
+        if (error > 0) {
+            if (xMajor)
+                cy += stepY;
+            else
+                cx += stepX;
+            error -= 2 * major;
+        }
+        error += 2 * minor;
+        if (xMajor)
             cx += stepX;
-        }
-        if (twice <= dx) {
-            error += dx;
+        else
             cy += stepY;
-        }
     }
     return TRUE;
 }

@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "dsp/WordCounter.h"
 #include "engine/WavOut.h"
 #include "platform/Messages.h"
 #include "support/HostHarness.h"
@@ -370,16 +371,35 @@ TEST_F(EngineTest, LoopEndBeyondTheFileStillWraps)
 
 TEST_F(EngineTest, WordCountCadenceAndSpanTime)
 {
-    std::string path = MakeWav("cadence.wav", 60 * 4410);
+    // A voiced signal (a 150 Hz triangle) so that every block counts frames.
+    std::vector<int16_t> samples(60 * 2205);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        int phase = static_cast<int>(i % 147);
+        samples[i] = static_cast<int16_t>(((phase < 74 ? phase : 147 - phase) - 37) * 400);
+    }
+    std::string data = Samples16(samples);
+    std::string path = WriteFile("cadence.wav", CanonicalWav(kSpeechFormat, data));
+    auto countOf = [&](size_t firstBlock, size_t blocks) {
+        int32_t total = 0;
+        for (size_t b = firstBlock; b < firstBlock + blocks; ++b) {
+            total += CountVoicedFrames(reinterpret_cast<const uint8_t*>(data.data()) + b * 4410, 4410, 22050, 16);
+        }
+        return total;
+    };
+    ASSERT_GT(countOf(0, 1), 0);
+
     ASSERT_TRUE(engine.StartPlay(path.c_str()));
     // The first ten seconds are reported inside the start, by a sent message.
     std::vector<Message> atStart = host.Received(WM_WORDCOUNT);
     ASSERT_EQ(atStart.size(), 1u);
+    EXPECT_EQ(atStart[0].wParam, static_cast<WPARAM>(CountVoicedFrames(
+                                     reinterpret_cast<const uint8_t*>(data.data()), static_cast<uint32_t>(data.size()), 22050, 16)));
     EXPECT_EQ(atStart[0].lParam, 10000);
 
     host.Take();
     std::vector<int> reportSteps;
     std::vector<LPARAM> spans;
+    std::vector<WPARAM> counts;
     for (int refill = 1; refill <= 26; ++refill) {
         host.Clock().Advance(100);
         if (refill == 20) {
@@ -396,11 +416,17 @@ TEST_F(EngineTest, WordCountCadenceAndSpanTime)
             if (m.message == WM_WORDCOUNT) {
                 reportSteps.push_back(refill);
                 spans.push_back(m.lParam);
+                counts.push_back(m.wParam);
             }
         }
     }
     EXPECT_EQ(reportSteps, (std::vector<int>{6, 16, 26}));
     EXPECT_EQ(spans, (std::vector<LPARAM>{600, 1000, 1000 + 1000}));
+    // The first span covers nine blocks (four from the start, five refills);
+    // the block that fills a span is counted into the next one.
+    ASSERT_EQ(counts.size(), 3u);
+    EXPECT_EQ(counts[0], static_cast<WPARAM>(countOf(0, 9)));
+    EXPECT_EQ(counts[1], static_cast<WPARAM>(countOf(9, 10)));
 }
 
 TEST_F(EngineTest, JustPlayCountsNothing)
