@@ -1,6 +1,7 @@
 #include "platform/Download.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <mutex>
@@ -33,6 +34,27 @@ std::string PartialNameFor(const std::string& target)
 size_t WriteToFile(char* data, size_t size, size_t count, void* file)
 {
     return std::fwrite(data, size, count, static_cast<FILE*>(file)) * size;
+}
+
+// Watches for a transfer that has gone quiet: curl's own low-speed check
+// averages over several seconds, so a burst followed by silence would
+// outlive the limit.
+struct StallWatch {
+    std::chrono::steady_clock::duration limit;
+    std::chrono::steady_clock::time_point lastProgress = std::chrono::steady_clock::now();
+    curl_off_t lastReceived = 0;
+};
+
+int CheckForStall(void* watchData, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
+{
+    StallWatch& watch = *static_cast<StallWatch*>(watchData);
+    const auto now = std::chrono::steady_clock::now();
+    if (received + sent != watch.lastReceived) {
+        watch.lastReceived = received + sent;
+        watch.lastProgress = now;
+        return 0;
+    }
+    return now - watch.lastProgress > watch.limit ? 1 : 0;
 }
 
 HRESULT ResultOfTransfer(CURLcode code)
@@ -80,8 +102,10 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
     // they are not ours to take in a host's process.
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, limits.connectTimeoutSeconds);
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, limits.stallSeconds);
+    StallWatch watch{std::chrono::seconds(limits.stallSeconds)};
+    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, CheckForStall);
+    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &watch);
+    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, WriteToFile);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, file);
     CURLcode code = curl_easy_perform(handle);

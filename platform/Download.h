@@ -33,7 +33,7 @@ HRESULT DownloadToFile(const std::string& url, const std::string& target, const 
 
 }  // namespace platform
 
-// The synchronous fetch of the original platform, with the default limits.
+// The platform's synchronous fetch, with the default limits.
 // `caller`, `reserved` and `statusCallback` are accepted and not used. 0 on
 // success, a negative code from above otherwise.
 HRESULT URLDownloadToFileA(void* caller, const char* url, const char* fileName, DWORD reserved,

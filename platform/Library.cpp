@@ -5,9 +5,8 @@
 HMODULE LoadLibraryA(const char* fileName)
 {
     if (fileName == nullptr || *fileName == '\0') return nullptr;
-    // Local binding keeps one library's symbols from standing in for
-    // another's, as each module has its own name space on the original
-    // platform.
+    // Local binding: each library keeps its symbols to itself, so one
+    // library's names never stand in for another's.
     return static_cast<HMODULE>(::dlopen(fileName, RTLD_NOW | RTLD_LOCAL));
 }
 

@@ -84,7 +84,8 @@ def serve_http(root, port_file, log):
             log(self.path)
             kind, _, name = self.path.lstrip("/").partition("/")
             if kind == "drop" or (kind == "flaky" and name not in flaky_seen):
-                flaky_seen.add(name)
+                if kind == "flaky":
+                    flaky_seen.add(name)
                 self.send_half(name)
                 self.hang_up()
             elif kind == "flaky":

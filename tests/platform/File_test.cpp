@@ -9,7 +9,12 @@
 
 namespace {
 
-const std::string kScratch = std::string(TEMPVOX_BINARY_DIR) + "/File_test_scratch";
+// One folder per test: CTest runs the cases of this file side by side.
+std::string ScratchFolder()
+{
+    return std::string(TEMPVOX_BINARY_DIR) + "/File_test_scratch_" +
+           ::testing::UnitTest::GetInstance()->current_test_info()->name();
+}
 
 void WriteText(const std::string& path, const std::string& text)
 {
@@ -24,17 +29,20 @@ std::string ReadText(const std::string& path)
 
 class FileTest : public ::testing::Test {
 protected:
+    std::string m_scratch;
+
     void SetUp() override
     {
-        platform::RemoveDirectoryTree(kScratch);
-        ASSERT_TRUE(platform::CreateDirectory(kScratch));
+        m_scratch = ScratchFolder();
+        platform::RemoveDirectoryTree(m_scratch);
+        ASSERT_TRUE(platform::CreateDirectory(m_scratch));
     }
-    void TearDown() override { platform::RemoveDirectoryTree(kScratch); }
+    void TearDown() override { platform::RemoveDirectoryTree(m_scratch); }
 };
 
 TEST_F(FileTest, SeekMovesOnlyToValidPositions)
 {
-    const std::string path = kScratch + "/ten.bin";
+    const std::string path = m_scratch + "/ten.bin";
     WriteText(path, "0123456789");
     CFile file;
     ASSERT_TRUE(file.Open(path.c_str(), CFile::modeRead | CFile::typeBinary));
@@ -73,7 +81,7 @@ TEST_F(FileTest, SeekMovesOnlyToValidPositions)
 
 TEST_F(FileTest, ReadsWritesAndModes)
 {
-    const std::string path = kScratch + "/data.bin";
+    const std::string path = m_scratch + "/data.bin";
     CFile file;
     EXPECT_FALSE(file.IsOpen());
     char buffer[16] = {};
@@ -107,9 +115,9 @@ TEST_F(FileTest, ReadsWritesAndModes)
 
 TEST_F(FileTest, FolderAndFileHelpers)
 {
-    const std::string outside = kScratch + "/outside.txt";
+    const std::string outside = m_scratch + "/outside.txt";
     WriteText(outside, "keep me");
-    const std::string tree = kScratch + "/tree";
+    const std::string tree = m_scratch + "/tree";
     ASSERT_TRUE(platform::CreateDirectory(tree));
     EXPECT_FALSE(platform::CreateDirectory(tree));
     ASSERT_TRUE(platform::CreateDirectory(tree + "/inner"));
@@ -136,14 +144,14 @@ TEST_F(FileTest, FolderAndFileHelpers)
         bool copied;
         std::string targetAfter;
     };
-    const std::string copy = kScratch + "/copy.txt";
+    const std::string copy = m_scratch + "/copy.txt";
     WriteText(copy, "old");
     const CopyCase copies[] = {
         {"onto an existing file, refused", outside, copy, true, false, "old"},
         {"onto an existing file, replacing", outside, copy, false, true, "keep me"},
         {"onto itself", copy, copy, false, false, "keep me"},
-        {"from a missing file", kScratch + "/none", copy, false, false, "keep me"},
-        {"into a missing folder", outside, kScratch + "/no/where.txt", false, false, ""},
+        {"from a missing file", m_scratch + "/none", copy, false, false, "keep me"},
+        {"into a missing folder", outside, m_scratch + "/no/where.txt", false, false, ""},
     };
     for (const CopyCase& c : copies) {
         EXPECT_EQ(platform::CopyFile(c.from, c.to, c.failIfExists), c.copied) << c.what;

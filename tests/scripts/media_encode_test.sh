@@ -1,0 +1,113 @@
+#!/usr/bin/env bash
+# The encoder of the command-line tool and the codec library beside it, end
+# to end: encode .wav files, check the wzq layout, play the result through
+# the capture device, and play it again with a copy of the tool that has no
+# library beside it.
+# Arguments: the tempvox binary, the source tree, a scratch folder.
+set -euo pipefail
+tool=$1
+work=$3/media-encode
+rm -rf "$work"
+mkdir -p "$work/alone"
+cd "$work"
+failures=0
+passes=0
+check() {  # check NAME EXPECTED ACTUAL
+  if [ "$2" = "$3" ]; then
+    passes=$((passes + 1))
+  else
+    echo "FAIL: $1: expected '$2', got '$3'"
+    failures=$((failures + 1))
+  fi
+}
+status_of() { set +e; "$@" >/dev/null 2>&1; local s=$?; set -e; echo $s; }
+
+# Speech-like sources, in integer arithmetic so every machine makes the
+# same samples: mono 16 kHz, stereo 22.05 kHz, and an 8-bit file.
+python3 - <<'PY'
+import struct
+def wav(name, channels, rate, samples, bits=16):
+    width = bits // 8
+    if bits == 16:
+        data = b"".join(struct.pack("<h", s) for s in samples)
+    else:
+        data = bytes((s >> 8) + 128 for s in samples)
+    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack(
+        "<IHHIIHH", 16, 1, channels, rate, rate * channels * width, channels * width, bits)
+    open(name, "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+def speech(count):
+    out = []
+    for i in range(count):
+        phase = i % 150
+        pulse = phase if phase < 75 else 150 - phase
+        envelope = (i // 1600) % 4
+        out.append((pulse - 37) * 90 * envelope)
+    return out
+mono = speech(24000)
+wav("mono-source.wav", 1, 16000, mono)
+stereo = []
+for s in speech(22050):
+    stereo += [s, s // 2]
+wav("stereo-source.wav", 2, 22050, stereo)
+wav("eight.wav", 1, 8000, mono[:800], bits=8)
+open("text.wav", "w").write("not a wave file")
+PY
+
+header_of() {  # magic channels rate frameBytes frameCount fileSize
+  python3 - "$1" <<'PY'
+import os, struct, sys
+b = open(sys.argv[1], "rb").read()
+ch, rate, fb, fc = struct.unpack("<hIII", b[2:16])
+print(b[:2].decode(), ch, rate, fb, fc, os.path.getsize(sys.argv[1]))
+PY
+}
+
+# Compares a decoded .wav with its source: "LENGTH_OK SNR_OK".
+compare() {  # compare SOURCE DECODED
+  python3 - "$1" "$2" <<'PY'
+import math, struct, sys
+def read(path):
+    b = open(path, "rb").read()
+    count = (len(b) - 44) // 2
+    return struct.unpack("<I", b[40:44])[0], len(b), struct.unpack("<%dh" % count, b[44:44 + 2 * count])
+_, _, source = read(sys.argv[1])
+promised, size, decoded = read(sys.argv[2])
+signal = sum(s * s for s in source)
+noise = sum((d - s) ** 2 for s, d in zip(source, decoded)) or 1
+snr = 10 * math.log10(signal / noise)
+print(size == 44 + promised and len(decoded) >= len(source), snr > 20, file=sys.stdout)
+print("  %s: SNR %.1f dB" % (sys.argv[2], snr), file=sys.stderr)
+PY
+}
+
+check "encode mono" 0 "$(status_of "$tool" encode mono-source.wav mono.wzq)"
+check "mono layout" "ZQ 1 16000 264 47 $((16 + 47 * 264))" "$(header_of mono.wzq)"
+check "encode stereo ZR" 0 "$(status_of "$tool" encode stereo-source.wav stereo.wzq --variant ZR --frame-bytes 72)"
+check "stereo layout" "ZR 2 22050 72 345 $((16 + 345 * 72))" "$(header_of stereo.wzq)"
+
+check "no output named" 2 "$(status_of "$tool" encode mono-source.wav)"
+check "unknown variant" 2 "$(status_of "$tool" encode mono-source.wav x.wzq --variant ZX)"
+check "frame size not a number" 2 "$(status_of "$tool" encode mono-source.wav x.wzq --frame-bytes 1k)"
+check "frame of its head alone" 1 "$(status_of "$tool" encode mono-source.wav x.wzq --frame-bytes 8)"
+check "8-bit input" 1 "$(status_of "$tool" encode eight.wav x.wzq)"
+check "not a wave file" 1 "$(status_of "$tool" encode text.wav x.wzq)"
+check "missing input" 1 "$(status_of "$tool" encode absent.wav x.wzq)"
+check "nothing written on failure" no "$([ -e x.wzq ] && echo yes || echo no)"
+
+# Played through the library beside the tool: converted beside the encoded
+# file to the length its header promises, close to the source.
+for name in mono stereo; do
+  check "play $name" 0 "$(status_of "$tool" play $name.wzq --audio capture:$name-heard.wav)"
+  check "$name converted" "True True" "$(compare $name-source.wav $name.wav)"
+  check "$name heard" yes "$([ -s $name-heard.wav ] && echo yes || echo no)"
+done
+
+# A copy of the tool with no library beside it (nor on the library path)
+# cannot play the encoded file and leaves the bare 44-byte head.
+cp "$tool" alone/tempvox
+cp mono.wzq alone/lesson.wzq
+check "play without the library" 1 "$(cd alone && LD_LIBRARY_PATH= status_of ./tempvox play lesson.wzq --audio null)"
+check "head alone left" 44 "$(stat -c %s alone/lesson.wav)"
+
+echo "media_encode: $passes passed, $failures failed"
+[ "$failures" -eq 0 ]
