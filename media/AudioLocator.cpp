@@ -80,7 +80,9 @@ std::string FetchToTemp(const char* address, int16_t port, const char* path, con
 std::string FindCachedCopy(const std::string& tempDir, const std::string& localName)
 {
     std::string wanted = Lowercase(localName + ".wav");
-    for (const std::string& name : platform::FindFiles(tempDir, localName + ".*")) {
+    // The cache is looked up the way the original platform's search works:
+    // without regard to case, in the name as in the extension.
+    for (const std::string& name : platform::FindFiles(tempDir, localName + ".*", platform::MatchCase::Ignore)) {
         if (Lowercase(name) == wanted) return tempDir + name;
     }
     return std::string();

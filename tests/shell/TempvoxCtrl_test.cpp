@@ -208,7 +208,7 @@ TEST_F(ControlTest, TemporaryFolderCacheAndRemoval)
         ASSERT_NE(file, nullptr);
         std::fclose(file);
     }
-    EXPECT_TRUE(control.SetPlayFilePath2(nullptr, -1, "/local/x.wav", "lessonB"));
+    EXPECT_TRUE(control.SetPlayFilePath2(nullptr, -1, "/local/x.wav", "LESSONb"));
     EXPECT_EQ(control.GetPlayFilePath(), cachedWav);
     EXPECT_TRUE(control.SetPlayFilePath2(nullptr, -1, "/local/x.wav", "lessonA"));
     EXPECT_EQ(control.GetPlayFilePath(), "/local/x.wav");
