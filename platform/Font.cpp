@@ -49,19 +49,29 @@ const char* FamilyFor(BYTE pitchAndFamily)
     }
 }
 
+// One configuration for the process, held here so that it stays reachable.
+FcConfig* FontConfiguration()
+{
+    static FcConfig* config = FcInitLoadConfigAndFonts();
+    return config;
+}
+
 // The file fontconfig picks for the description, or empty when none.
 std::string MatchFontFile(const FontDescription& description, const std::string& faceName, int& index)
 {
+    FcConfig* config = FontConfiguration();
+    if (config == nullptr)
+        return std::string();
     FcPattern* pattern = FcPatternCreate();
     const std::string family = faceName.empty() ? FamilyFor(description.family) : faceName;
     FcPatternAddString(pattern, FC_FAMILY, reinterpret_cast<const FcChar8*>(family.c_str()));
     FcPatternAddInteger(pattern, FC_WEIGHT, description.weight >= 600 ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
     FcPatternAddInteger(pattern, FC_SLANT, description.italic ? FC_SLANT_ITALIC : FC_SLANT_ROMAN);
     FcPatternAddBool(pattern, FC_SCALABLE, FcTrue);
-    FcConfigSubstitute(nullptr, pattern, FcMatchPattern);
+    FcConfigSubstitute(config, pattern, FcMatchPattern);
     FcDefaultSubstitute(pattern);
     FcResult result = FcResultNoMatch;
-    FcPattern* match = FcFontMatch(nullptr, pattern, &result);
+    FcPattern* match = FcFontMatch(config, pattern, &result);
     std::string path;
     if (match != nullptr) {
         FcChar8* file = nullptr;
@@ -139,6 +149,17 @@ std::vector<uint32_t> DecodeUtf8(const char* text, int length)
 
 }  // namespace
 }  // namespace platform
+
+#if defined(__SANITIZE_ADDRESS__)
+// Fontconfig keeps caches for the life of the process that only FcFini
+// frees, and FcFini can't run while other users of fontconfig in the
+// process (a toolkit) may still hold its objects; so the leak checker is
+// told about them instead.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig.so\n";
+}
+#endif
 
 LoadedFont::~LoadedFont()
 {

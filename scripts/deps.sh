@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libasound2-dev libcurl4-openssl-dev
   libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
+  libgtk-3-dev
   espeak-ng sox
   python3 python3-pyftpdlib
 )

@@ -14,18 +14,6 @@ namespace {
 
 constexpr UINT kSectionTimerMs = 80;
 
-bool IsMemberBuilt(DISPID id)
-{
-    // Members whose behaviour comes with a later stage of the system answer
-    // "not implemented" until it lands, never a silent success.
-    switch (id) {
-    case 20: case 22: case 24:  // view
-        return false;
-    default:
-        return true;
-    }
-}
-
 }  // namespace
 
 CTempvoxCtrl::CTempvoxCtrl()
@@ -344,14 +332,15 @@ HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Varia
                                                  ", got " + VarTypeName(args[i].type));
         }
     }
-    if (!IsMemberBuilt(id)) return fail(E_NOTIMPL, std::string(member->name) + " is not implemented");
 
     Variant value;
     try {
         value = RunMember(id, kind, args);
     } catch (const CFileException& failure) {
-        // A file the member could not open reaches the host as the
-        // automation layer's exception, not as a result.
+        // A file the member could not open, or could not read as a wave
+        // file, reaches the host as the automation layer's exception.
+        return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
+    } catch (const CArchiveException& failure) {
         return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
     }
     if (result != nullptr) *result = value;
@@ -381,8 +370,12 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 17: m_wavOut.LoadMixSound(a[0].CStr()); return {};
     case 18: m_wavOut.SetMixerFlag(a[0].intValue); return {};
     case 19: return Variant::Bool(m_wavOut.GetMixerFlag());
+    case 20:
+        return Variant::Bool(CreateWavViewWnd(a[0].intValue, a[1].intValue, a[2].intValue, a[3].intValue, a[4].intValue));
     case 21: return Variant::I4(GetWavViewCtrlHwnd());
+    case 22: return Variant::Bool(AttachWavViewToFile(a[0].intValue));
     case 23: CreateCaretForWavView(a[0].intValue); return {};
+    case 24: return Variant::Bool(m_waveView.IsSelected());
     case 25: m_wavOut.SetLoopPlaySection(a[0].intValue, u32(1), u32(2)); return {};
     case 26: m_wavOut.ResetToPlayFromCurPos(); return {};
     case 27:

@@ -11,10 +11,16 @@
 #include <string>
 #include <vector>
 
+#include <deque>
+#include <memory>
+
 #include "platform/Clock.h"
 #include "platform/Debug.h"
+#include "platform/HostUi.h"
 #include "platform/MessageBox.h"
 #include "platform/Messages.h"
+#include "platform/Png.h"
+#include "platform/Window.h"
 #include "shell/TempvoxCtrl.h"
 #include "tools/Commands.h"
 #include "tools/Json.h"
@@ -102,6 +108,10 @@ bool ParseQuoted(const std::string& line, size_t& at, std::string& out, std::str
     return false;
 }
 
+// "@hostwnd" in a line stands for the host window's handle, so that a
+// script can hand it to CreateWavViewWnd.
+HWND g_hostWindow = nullptr;
+
 bool Tokenize(const std::string& line, std::vector<Token>& tokens, std::string& error)
 {
     size_t at = 0;
@@ -138,6 +148,9 @@ bool Tokenize(const std::string& line, std::vector<Token>& tokens, std::string& 
                 token.integer = token.text == "true" ? 1 : 0;
             } else if (token.text == "null") {
                 token.kind = Token::Null;
+            } else if (token.text == "@hostwnd") {
+                token.kind = Token::Integer;
+                token.integer = static_cast<long long>(reinterpret_cast<uintptr_t>(g_hostWindow));
             } else {
                 token.kind = Token::Word;
             }
@@ -191,6 +204,61 @@ bool ToVariant(const Token& token, VarType declared, Variant& out, std::string& 
     return false;
 }
 
+// ---------------------------------------------------------------- host UI
+
+// Menus, dialogues and boxes answered from queues that the script fills
+// with `answer`; an empty queue answers as a headless host would.
+class ContainerUi : public platform::IHostUi {
+public:
+    std::deque<UINT_PTR> menuAnswers;
+    std::deque<platform::FileDialogAnswer> dialogAnswers;
+    std::deque<int> boxAnswers;
+
+    UINT_PTR TrackPopupMenu(const platform::PopupMenuRequest& request) override
+    {
+        UINT_PTR choice = 0;
+        if (!menuAnswers.empty()) {
+            choice = menuAnswers.front();
+            menuAnswers.pop_front();
+        }
+        std::string items;
+        for (const platform::MenuItem& item : request.items) {
+            items += (items.empty() ? "" : ",") + JsonString(item.text);
+        }
+        EmitLine("{\"menu\":[" + items + "],\"choice\":" + std::to_string(choice) + "}");
+        return choice;
+    }
+
+    platform::FileDialogAnswer ShowFileDialog(const platform::FileDialogRequest& request) override
+    {
+        platform::FileDialogAnswer answer;
+        if (!dialogAnswers.empty()) {
+            answer = dialogAnswers.front();
+            dialogAnswers.pop_front();
+        }
+        EmitLine(std::string("{\"dialog\":") + (request.openDialog ? "\"open\"" : "\"save\"") +
+                 ",\"folder\":" + JsonString(request.initialFolder) +
+                 ",\"answer\":" + (answer.accepted ? JsonString(answer.path) : "null") + "}");
+        return answer;
+    }
+
+    int AnswerBox(const platform::MessageBoxRequest& request)
+    {
+        std::string json = "{\"box\":" + (request.catalogueId >= 0 ? std::to_string(request.catalogueId) : "null");
+        if (request.catalogueId < 0) json += ",\"caption\":" + JsonString(request.caption);
+        EmitLine(json + ",\"text\":" + JsonString(request.text) + "}");
+        UINT kind = request.type & 0xF;
+        bool yesNo = kind == MB_YESNO || kind == MB_YESNOCANCEL;
+        int answer = yesNo ? IDYES : IDOK;
+        if (!boxAnswers.empty()) {
+            answer = boxAnswers.front();
+            boxAnswers.pop_front();
+            if (yesNo) answer = answer == IDOK ? IDYES : IDNO;
+        }
+        return answer;
+    }
+};
+
 // ---------------------------------------------------------------- container
 
 struct HostOptions {
@@ -202,7 +270,7 @@ struct HostOptions {
 
 class Container {
 public:
-    explicit Container(const HostOptions& options) : m_options(options) {}
+    Container(const HostOptions& options, ContainerUi& ui) : m_options(options), m_ui(ui) {}
 
     int Run(std::istream& input);
 
@@ -213,9 +281,15 @@ private:
     void RunStep(const std::vector<Token>& tokens);
     void RunAdvance(const std::vector<Token>& tokens);
     void RunWait(const std::vector<Token>& tokens);
+    void RunMouse(const std::vector<Token>& tokens, bool rightButton);
+    void RunResize(const std::vector<Token>& tokens);
+    void RunAnswer(const std::vector<Token>& tokens);
+    void RunSnapshot(const std::vector<Token>& tokens);
     void OnEvent(DISPID id, const std::vector<Variant>& args);
 
     HostOptions m_options;
+    ContainerUi& m_ui;
+    HWND m_hostWindow = nullptr;
     std::unique_ptr<CTempvoxCtrl> m_control;
     std::vector<std::string> m_firedEvents;
     bool m_quit = false;
@@ -233,6 +307,20 @@ void Container::OnEvent(DISPID id, const std::vector<Variant>& args)
 
 int Container::Run(std::istream& input)
 {
+    // The host's own window, which a view can be made a child of.
+    RegisterWindowClass("TempvoxHostWindow", CS_HREDRAW | CS_VREDRAW, true, RGB(240, 240, 240));
+    m_hostWindow = CreateWindowExA(0, "TempvoxHostWindow", "Tempvox host", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 640,
+                                   260, nullptr, 0, [](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+                                       if (message == WM_PAINT) {
+                                           PAINTSTRUCT paint;
+                                           BeginPaint(window, &paint);
+                                           EndPaint(window, &paint);
+                                           return LRESULT{0};
+                                       }
+                                       return DefWindowProcA(window, message, wParam, lParam);
+                                   });
+    g_hostWindow = m_hostWindow;
+    EmitLine("{\"hostwnd\":" + std::to_string(reinterpret_cast<uintptr_t>(m_hostWindow)) + "}");
     m_control = std::make_unique<CTempvoxCtrl>();
     m_control->SetEventSink([this](DISPID id, const std::vector<Variant>& args) { OnEvent(id, args); });
     std::string line;
@@ -243,6 +331,8 @@ int Container::Run(std::istream& input)
     m_control->StopPlay();
     platform::PumpPendingMessages();
     m_control.reset();
+    DestroyWindow(m_hostWindow);
+    g_hostWindow = nullptr;
     return 0;
 }
 
@@ -270,6 +360,16 @@ void Container::RunLine(const std::string& line)
         RunAdvance(tokens);
     } else if (word == "wait") {
         RunWait(tokens);
+    } else if (word == "mouse") {
+        RunMouse(tokens, false);
+    } else if (word == "rmouse") {
+        RunMouse(tokens, true);
+    } else if (word == "resize") {
+        RunResize(tokens);
+    } else if (word == "answer") {
+        RunAnswer(tokens);
+    } else if (word == "snapshot") {
+        RunSnapshot(tokens);
     } else if (word == "queued") {
         platform::ManualWaveOut* device = platform::ManualWaveOut::Current();
         EmitLine("{\"queued\":" + std::to_string(device != nullptr ? device->QueuedCount() : 0) + "}");
@@ -380,6 +480,115 @@ void Container::RunWait(const std::vector<Token>& tokens)
     }
 }
 
+void Container::RunMouse(const std::vector<Token>& tokens, bool rightButton)
+{
+    // mouse down|move|up X Y [flags]   or   rmouse X Y
+    size_t at = rightButton ? 1 : 2;
+    if (tokens.size() < at + 2 || tokens[at].kind != Token::Integer || tokens[at + 1].kind != Token::Integer) {
+        return EmitError(rightButton ? "rmouse takes X Y" : "mouse takes down|move|up X Y [flags]");
+    }
+    UINT message = WM_RBUTTONDOWN;
+    WPARAM flags = MK_RBUTTON;
+    if (!rightButton) {
+        const std::string& action = tokens[1].text;
+        if (action == "down") {
+            message = WM_LBUTTONDOWN;
+            flags = MK_LBUTTON;
+        } else if (action == "move") {
+            message = WM_MOUSEMOVE;
+            flags = MK_LBUTTON;
+        } else if (action == "up") {
+            message = WM_LBUTTONUP;
+            flags = 0;
+        } else {
+            return EmitError("mouse takes down, move or up");
+        }
+        if (tokens.size() > 4) {
+            if (tokens[4].kind != Token::Integer || tokens[4].integer < 0) return EmitError("mouse flags are a number");
+            flags = static_cast<WPARAM>(tokens[4].integer);
+        }
+    }
+    platform::PostMouseInput(m_hostWindow, message, static_cast<int>(tokens[at].integer),
+                             static_cast<int>(tokens[at + 1].integer), flags);
+    platform::PumpPendingMessages();
+}
+
+void Container::RunResize(const std::vector<Token>& tokens)
+{
+    if (tokens.size() != 3 || tokens[1].kind != Token::Integer || tokens[2].kind != Token::Integer ||
+        tokens[1].integer < 1 || tokens[2].integer < 1) {
+        return EmitError("resize takes W H");
+    }
+    int width = static_cast<int>(tokens[1].integer);
+    int height = static_cast<int>(tokens[2].integer);
+    // The view, when there is one, takes the new size; the host grows to fit.
+    HWND view = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(m_control->GetWavViewCtrlHwnd())));
+    RECT host{};
+    GetClientRect(m_hostWindow, &host);
+    if (view != nullptr) {
+        RECT viewRect{};
+        GetWindowRect(view, &viewRect);
+        POINT corner{viewRect.left, viewRect.top};
+        ScreenToClient(m_hostWindow, &corner);
+        MoveWindow(view, corner.x, corner.y, width, height, TRUE);
+        width = std::max<int>(width + corner.x, host.right);
+        height = std::max<int>(height + corner.y, host.bottom);
+    }
+    MoveWindow(m_hostWindow, 0, 0, width, height, TRUE);
+    platform::PumpPendingMessages();
+}
+
+void Container::RunAnswer(const std::vector<Token>& tokens)
+{
+    // answer menu ID|none, answer dialog PATH|cancel, answer box ok|cancel
+    if (tokens.size() != 3) return EmitError("answer takes menu ID|none, dialog PATH|cancel or box ok|cancel");
+    const std::string& what = tokens[1].text;
+    const Token& value = tokens[2];
+    if (what == "menu") {
+        if (value.kind == Token::Integer && value.integer >= 0) {
+            m_ui.menuAnswers.push_back(static_cast<UINT_PTR>(value.integer));
+        } else if (value.text == "none") {
+            m_ui.menuAnswers.push_back(0);
+        } else {
+            return EmitError("answer menu takes an id or none");
+        }
+    } else if (what == "dialog") {
+        platform::FileDialogAnswer answer;
+        if (value.kind == Token::String) {
+            answer.accepted = true;
+            answer.path = *value.string;
+        } else if (value.text == "cancel") {
+            answer.accepted = false;
+        } else if (value.kind == Token::Word) {
+            answer.accepted = true;
+            answer.path = value.text;
+        } else {
+            return EmitError("answer dialog takes a path or cancel");
+        }
+        m_ui.dialogAnswers.push_back(answer);
+    } else if (what == "box") {
+        if (value.text == "ok") {
+            m_ui.boxAnswers.push_back(IDOK);
+        } else if (value.text == "cancel") {
+            m_ui.boxAnswers.push_back(IDCANCEL);
+        } else {
+            return EmitError("answer box takes ok or cancel");
+        }
+    } else {
+        EmitError("answer takes menu, dialog or box");
+    }
+}
+
+void Container::RunSnapshot(const std::vector<Token>& tokens)
+{
+    if (tokens.size() != 2) return EmitError("snapshot takes a file name");
+    std::string path = tokens[1].kind == Token::String ? *tokens[1].string : tokens[1].text;
+    platform::PumpPendingMessages();
+    UpdateWindow(m_hostWindow);
+    Framebuffer picture = platform::ComposeWindow(m_hostWindow);
+    if (!platform::WritePng(path, picture)) EmitError("snapshot: cannot write " + path);
+}
+
 bool ParseHostOptions(const std::vector<std::string>& args, HostOptions& options)
 {
     options.audio.backend = platform::AudioBackend::Null;
@@ -421,15 +630,12 @@ int RunHostCommand(const std::vector<std::string>& args)
     if (options.debug) {
         platform::SetDebugSink([](const std::string& text) { EmitLine("{\"debug\":" + JsonString(text) + "}"); });
     }
-    platform::SetMessageBoxHandler([](const platform::MessageBoxRequest& request) {
-        std::string json = "{\"box\":" + (request.catalogueId >= 0 ? std::to_string(request.catalogueId) : "null");
-        if (request.catalogueId < 0) json += ",\"caption\":" + JsonString(request.caption);
-        EmitLine(json + ",\"text\":" + JsonString(request.text) + "}");
-        return (request.type & 0xF) == MB_YESNO || (request.type & 0xF) == MB_YESNOCANCEL ? IDYES : IDOK;
-    });
+    ContainerUi ui;
+    platform::SetHostUi(&ui);
+    platform::SetMessageBoxHandler([&ui](const platform::MessageBoxRequest& request) { return ui.AnswerBox(request); });
 
     int exitCode;
-    Container container(options);
+    Container container(options, ui);
     if (options.script.empty()) {
         exitCode = container.Run(std::cin);
     } else {
@@ -441,6 +647,8 @@ int RunHostCommand(const std::vector<std::string>& args)
         exitCode = container.Run(script);
     }
     platform::SetDebugSink(nullptr);
+    platform::SetMessageBoxHandler(nullptr);
+    platform::SetHostUi(nullptr);
     platform::SetClock(nullptr);
     return exitCode;
 }

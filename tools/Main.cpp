@@ -19,7 +19,8 @@ void PrintUsage()
                  "                                                  run the test container\n"
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
                  "                                                  encode 16-bit PCM as wzq\n"
-                 "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n");
+                 "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n"
+                 "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
 }
 
 }  // namespace
@@ -37,6 +38,7 @@ int main(int argc, char** argv)
     if (command == "render") return RunRenderCommand(args);
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
+    if (command == "regsvr") return RunRegsvrCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();
         return 0;

@@ -34,19 +34,37 @@ with open(f"{work}/not_riff.wav", "wb") as f:
     f.write(b"RIFX" + bytes(60))
 PY
 
+# The save dialogue opens in the user's home folder, which differs by user.
+home=$(python3 -c "import os, pwd; print(pwd.getpwuid(os.getuid()).pw_dir)")
+
 status=0
 for script in "$source_dir"/tests/host/*.host; do
   name=$(basename "$script" .host)
   expected="${script%.host}.expected"
   sed "s|@WORK@|$work|g" "$script" > "$work/$name.host"
   actual="$work/$name.out"
-  if ! "$tool" host --audio manual --clock manual --script "$work/$name.host" > "$actual" 2> "$work/$name.err"; then
+  if ! "$tool" host --audio manual --clock manual --script "$work/$name.host" > "$actual.raw" 2> "$work/$name.err"; then
     echo "FAIL $name: exit status $?"; cat "$work/$name.err"; status=1; continue
   fi
+  sed "s|\"folder\":\"$home\"|\"folder\":\"@HOME@\"|g" "$actual.raw" > "$actual"
   if ! diff -u <(sed "s|@WORK@|$work|g" "$expected") "$actual"; then
     echo "FAIL $name"; status=1
   else
     echo "ok   $name"
   fi
 done
+# The section saved from the view: a wave file of the selected stretch.
+if [ -f "$work/section.wav" ]; then
+  python3 - "$work/long.wav" "$work/section.wav" <<'PY' || { echo "FAIL saved section"; status=1; }
+import struct, sys
+source, saved = open(sys.argv[1], "rb").read(), open(sys.argv[2], "rb").read()
+assert saved[:4] == b"RIFF" and saved[8:16] == b"WAVEfmt ", "not a wave file"
+length = struct.unpack("<I", saved[40:44])[0]
+assert length == len(saved) - 44 and struct.unpack("<I", saved[4:8])[0] == len(saved) - 8
+assert saved[12:36] == source[12:36], "format differs from the source"
+body = saved[44:]
+assert 40000 < len(body) < 48000, len(body)   # about one second of 44100 bytes a second
+assert source.find(body) >= 44, "the saved samples are not a stretch of the source"
+PY
+fi
 exit $status

@@ -1,0 +1,163 @@
+"""The Python binding against the built module. TEMPVOX_MODULE names the
+module file; every test registers into its own scratch XDG_DATA_HOME."""
+
+import math
+import os
+import struct
+import subprocess
+import sys
+import wave
+
+import pytest
+
+import tempvox
+from tempvox import Tempvox, TempvoxError
+
+MODULE = os.environ.get("TEMPVOX_MODULE", "")
+SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+
+
+@pytest.fixture
+def data_home(tmp_path, monkeypatch):
+    assert os.path.isfile(MODULE), "TEMPVOX_MODULE must name the built libtempvox.so"
+    monkeypatch.setenv("XDG_DATA_HOME", str(tmp_path / "data"))
+    return tmp_path / "data"
+
+
+@pytest.fixture
+def speech(tmp_path):
+    """A second of 16-bit mono speech-like sound at 22050 Hz."""
+    path = tmp_path / "speech.wav"
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(1)
+        out.setsampwidth(2)
+        out.setframerate(22050)
+        frames = bytearray()
+        for i in range(22050):
+            envelope = (i // 2205) % 3
+            frames += struct.pack("<h", int(6000 * envelope * math.sin(i * 0.06)))
+        out.writeframes(bytes(frames))
+    return str(path)
+
+
+def play_to_end(player, limit=60):
+    completed = []
+    player.connect("PlayComplete", lambda: completed.append(True))
+    for _ in range(limit):
+        if completed or player.step(1) == 0:
+            break
+    return bool(completed)
+
+
+def test_registered_module_is_found_by_progid_and_plays_to_the_end(data_home, speech):
+    tempvox.register(MODULE)
+    assert tempvox.module_for(tempvox.PROGID_CONTROL)[1] == os.path.realpath(MODULE)
+    counts = []
+    with Tempvox(audio="manual") as player:
+        player.connect("CountWordFire", lambda words, span: counts.append((words, span)))
+        assert player.GetVolume() == 100
+        player.SetLanguageType = 2
+        assert player.SetLanguageType == 2
+        assert player.SetPlayFilePath(None, -1, speech) is True
+        assert player.GetPlayFilePath() == speech
+        assert player.StartPlay() is True
+        assert player.queued_buffers() == 4
+        # The first ten seconds are counted as play starts: span comes last.
+        assert counts and counts[0][1] == 10000
+        assert play_to_end(player)
+        player.StopPlay()
+        assert player.GetPlayerState() == 0
+    tempvox.unregister(MODULE)
+    assert tempvox.module_for(tempvox.PROGID_CONTROL) is None
+    with pytest.raises(TempvoxError) as failure:
+        Tempvox(progid="{B7CA8608-6E21-40F3-860A-EC1D951A0686}")
+    assert failure.value.hresult == tempvox.REGDB_E_CLASSNOTREG
+
+
+def test_registration_failures_name_the_step_that_failed(data_home):
+    cases = [
+        # (what is in the way, unregister?, expected code)
+        ("TypeLib", False, tempvox.SELFREG_E_TYPELIB),
+        ("CLSID", False, tempvox.SELFREG_E_CLASS),
+        (None, True, tempvox.SELFREG_E_TYPELIB),
+    ]
+    for blocked, undo, expected in cases:
+        root = tempvox.registry_root()
+        subprocess.run(["rm", "-rf", root], check=True)
+        os.makedirs(root)
+        if blocked:
+            open(os.path.join(root, blocked), "w").close()
+        with pytest.raises(TempvoxError) as failure:
+            (tempvox.unregister if undo else tempvox.register)(MODULE)
+        assert failure.value.hresult == expected, blocked
+
+
+def test_members_are_methods_by_name_and_calls_are_checked(data_home):
+    with Tempvox(module=MODULE) as player:
+        assert len(player.members) == 34
+        assert player.members[0] == "StartPlay" and player.members[-1] == "SetLanguageType"
+        assert player.events == ["PlayComplete", "CountWordFire", "ComputeSNREvent", "PlayOneSentenceCompleted",
+                                 "NewWordSpeedDone"]
+        for name in player.members[:-1]:
+            assert callable(getattr(player, name)), name
+        assert "strFilePath" in player.SetPlayFilePath.__doc__
+
+        cases = [
+            (lambda: player.SetVolume(), TypeError, None),
+            (lambda: player.SetVolume("loud"), TypeError, None),
+            (lambda: player.SetChangeSpeedLevel(40000), OverflowError, None),
+            (lambda: player.SetPlayFilePath(None, -1, 5), TypeError, None),
+            (lambda: setattr(player, "SetLanguageType", 70000), OverflowError, None),
+        ]
+        for call, error, code in cases:
+            with pytest.raises(error) as raised:
+                call()
+            if code is not None:
+                assert raised.value.hresult == code
+        assert player.SetVolume(101) is False
+        assert player.SetVolume(30) is True
+        assert player.GetVolume() == 30
+        player.SetChangeSpeedLevel(-90)
+        assert player.GetChangeSpeedLevel() == -60
+        with pytest.raises(ValueError):
+            player.connect("NoSuchEvent", print)
+
+
+def test_failure_of_a_callback_comes_out_of_the_pump(data_home, speech):
+    with Tempvox(module=MODULE, audio="manual") as player:
+        def broken():
+            raise RuntimeError("sink failed")
+        player.connect("PlayComplete", broken)
+        assert player.SetPlayFilePath(None, -1, speech)
+        assert player.StartPlay()
+        with pytest.raises(RuntimeError, match="sink failed"):
+            for _ in range(60):
+                player.step(1)
+        player.StopPlay()
+
+
+def test_embedded_object_stores_no_setting_of_its_own(data_home):
+    with Tempvox(module=MODULE) as first:
+        assert first.misc_status == 0x20191
+        assert first.control_flags == 0xFFFFFFEF
+        first.show_window()
+        first.draw()
+        assert first.window_visible is False
+        first.SetLanguageType = 3
+        stored = first.save()
+    assert b"_Version=65536" in stored
+    with Tempvox(module=MODULE) as second:
+        second.load(stored)
+        assert second.SetLanguageType == 1
+        with pytest.raises(TempvoxError):
+            second.load(b"not a stored control")
+
+
+def test_example_plays_a_file_to_play_complete(data_home, speech):
+    example = os.path.join(SOURCE_DIR, "examples", "play_at_speed.py")
+    environment = dict(os.environ, PYTHONPATH=os.path.join(SOURCE_DIR, "python"))
+    run = subprocess.run([sys.executable, example, speech, "--level", "-30", "--audio", "manual", "--module", MODULE],
+                         env=environment, capture_output=True, text=True, timeout=120)
+    assert run.returncode == 0, run.stderr
+    assert "event PlayComplete" in run.stdout
+    assert "at speed level -30" in run.stdout

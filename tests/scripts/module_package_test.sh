@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# Installs the build into a scratch prefix and uses it as a host would:
+# registers the installed module with the installed tool, builds the example
+# host against the installed header through pkg-config and plays a file to
+# its end. Then builds the Debian package and checks its file list.
+# Arguments: the tempvox binary, the source tree, a scratch folder.
+set -euo pipefail
+tool=$1
+source_dir=$2
+build_dir=$(cd "$(dirname "$tool")" && pwd)
+work=$3/module-package
+rm -rf "$work"
+mkdir -p "$work"
+prefix=$work/prefix
+
+cmake --install "$build_dir" --prefix "$prefix" >"$work/install.log"
+libdir=$(sed -n 's/^libdir=\${prefix}\///p' "$prefix"/lib*/pkgconfig/tempvox.pc)
+with_codec=0
+[ -f "$build_dir/libvoxcodec.so" ] && with_codec=1
+
+expected=(bin/tempvox "$libdir/libtempvox.so" include/tempvox/host.h "$libdir/pkgconfig/tempvox.pc"
+          lib/python3/dist-packages/tempvox/__init__.py lib/python3/dist-packages/tempvox/control.py)
+if [ $with_codec = 1 ]; then expected+=("$libdir/libvoxcodec.so"); fi
+for file in "${expected[@]}"; do
+  [ -e "$prefix/$file" ] || { echo "FAIL: $file was not installed"; exit 1; }
+done
+echo "ok   installed: ${expected[*]}"
+
+# A host built from the installed files only.
+export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+flags=$(pkg-config --cflags --libs tempvox)
+[ "$(pkg-config --variable=module tempvox)" = "$prefix/$libdir/libtempvox.so" ] || { echo "FAIL: module variable"; exit 1; }
+# shellcheck disable=SC2086
+cc -std=c11 -Wall -Wextra -Werror -o "$work/host" "$source_dir/examples/play_at_speed.c" $flags
+
+python3 - "$work/speech.wav" <<'PY'
+import struct, sys
+samples = [((i % 160) - 80) * 150 * ((i // 2205) % 3) for i in range(22050)]
+data = b"".join(struct.pack("<h", s) for s in samples)
+head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, 22050, 44100, 2, 16)
+open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+PY
+export XDG_DATA_HOME=$work/data
+# The sanitizer runtimes of a sanitized build must come first in a plain host.
+preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan)\.so/ {print $3}' | paste -sd: -)
+"$prefix/bin/tempvox" regsvr "$prefix/$libdir/libtempvox.so"
+LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 >"$work/host.out"
+grep -q "event PlayComplete" "$work/host.out" || { echo "FAIL: no PlayComplete"; cat "$work/host.out"; exit 1; }
+"$prefix/bin/tempvox" regsvr -u "$prefix/$libdir/libtempvox.so"
+if "$prefix/bin/tempvox" regsvr -u -s "$prefix/$libdir/libtempvox.so" 2>/dev/null; then
+  echo "FAIL: unregistering twice succeeded"; exit 1
+fi
+echo "ok   installed host played to PlayComplete through the registry"
+
+# The package.
+(cd "$work" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$work/package" >"$work/cpack.log" 2>&1) ||
+  { echo "FAIL: cpack"; cat "$work/cpack.log"; exit 1; }
+deb=$(ls "$work"/package/*.deb)
+dpkg-deb -c "$deb" | awk '{print $NF}' | sed 's|^\./||' >"$work/contents"
+wanted=(usr/bin/tempvox usr/include/tempvox/host.h "usr/$libdir/libtempvox.so" "usr/$libdir/pkgconfig/tempvox.pc"
+        usr/lib/python3/dist-packages/tempvox/__init__.py)
+if [ $with_codec = 1 ]; then wanted+=("usr/$libdir/libvoxcodec.so"); fi
+for file in "${wanted[@]}"; do
+  grep -q -x "$file" "$work/contents" || { echo "FAIL: $file is not in the package"; cat "$work/contents"; exit 1; }
+done
+dpkg-deb -f "$deb" Package | grep -q -x tempvox
+# Unpacked, the package's tool runs and finds what it needs.
+dpkg-deb -x "$deb" "$work/root"
+"$work/root/usr/bin/tempvox" --help >/dev/null 2>&1
+echo "ok   $(basename "$deb") holds: ${wanted[*]}"
