@@ -11,7 +11,7 @@ packages=(
   libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
   libgtk-3-dev
   espeak-ng sox
-  python3 python3-pyftpdlib
+  python3 python3-pyftpdlib python3-pytest
 )
 
 missing=()

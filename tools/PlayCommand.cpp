@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/GtkPresenter.h"
 #include "platform/Messages.h"
 #include "platform/Terminal.h"
+#include "platform/Window.h"
 #include "tools/Commands.h"
 #include "tools/PlaySettings.h"
 
@@ -12,8 +14,10 @@ namespace {
 
 const char* kPlayUsage =
     "usage: tempvox play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
-    "                   [--audio alsa|null|capture:OUT.wav]\n"
-    "keys on a terminal: space pause/resume, left/right jump 5 s, up/down speed level +/-10, q stop\n";
+    "                   [--audio alsa|null|capture:OUT.wav] [--view]\n"
+    "keys: space pause/resume, left/right jump 5 s, up/down speed level +/-10, q stop\n"
+    "--view shows the waveform in a window: drag to select a section, which then plays in a loop;\n"
+    "       right-click the selection to save it; the window stays until closed\n";
 
 class ProgressLine {
 public:
@@ -55,6 +59,68 @@ void HandleKey(platform::Key key, CTempvoxCtrl& control, bool& quit)
     }
 }
 
+// The view in a real window: the control's view is a child of a host frame
+// that the presenter shows. Play restarts on space once stopped, and a
+// selected section plays again each time it ends.
+int RunWithView(CTempvoxCtrl& control, bool& ended)
+{
+    std::unique_ptr<platform::GtkPresenter> presenter = platform::GtkPresenter::Create();
+    if (!presenter) {
+        std::fprintf(stderr, "tempvox play: --view needs a display (set DISPLAY, or run under xvfb-run)\n");
+        return 2;
+    }
+    constexpr int kWidth = 800;
+    constexpr int kViewHeight = 240;
+    RegisterWindowClass("TempvoxPlayWindow", CS_HREDRAW | CS_VREDRAW, true, RGB(240, 240, 240));
+    HWND frame = CreateWindowExA(0, "TempvoxPlayWindow", "Tempvox", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, kWidth,
+                                 kViewHeight, nullptr, 0, [](HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+                                     if (message == WM_PAINT) {
+                                         PAINTSTRUCT paint;
+                                         BeginPaint(window, &paint);
+                                         EndPaint(window, &paint);
+                                         return LRESULT{0};
+                                     }
+                                     return DefWindowProcA(window, message, wParam, lParam);
+                                 });
+    presenter->Show(frame, "Tempvox - " + control.GetPlayFilePath());
+    if (!control.CreateWavViewWnd(0, 0, kWidth, kViewHeight,
+                                  static_cast<int32_t>(reinterpret_cast<uintptr_t>(frame))) ||
+        !control.AttachWavViewToFile(TRUE)) {
+        DestroyWindow(frame);
+        return 1;
+    }
+    bool quit = false;
+    presenter->SetKeyHandler([&](platform::Key key) {
+        if (key == platform::Key::Space && control.Engine().GetPlayerState() == 0) {
+            ended = false;
+            control.StartPlay();
+            return;
+        }
+        HandleKey(key, control, quit);
+    });
+    if (!control.StartPlay()) {
+        DestroyWindow(frame);
+        return 1;
+    }
+    while (!quit && !presenter->Closed()) {
+        presenter->ProcessEvents();
+        platform::PumpUntil([&] { return ended; }, 10);
+        if (!ended) continue;
+        ended = false;
+        if (control.Engine().GetPlayerState() != 0) {
+            WaitForPlayOut(control);
+            control.StopPlay();
+        }
+        Variant selected;
+        control.Invoke(24, InvokeKind::Method, {}, &selected);
+        if (selected.intValue) control.StartPlay();
+    }
+    control.StopPlay();
+    DestroyWindow(frame);
+    presenter->ProcessEvents();
+    return 0;
+}
+
 }  // namespace
 
 int RunPlayCommand(const std::vector<std::string>& args)
@@ -67,8 +133,11 @@ int RunPlayCommand(const std::vector<std::string>& args)
     }
     platform::AudioBackendConfig audio;
     bool audioGiven = false;
+    bool withView = false;
     for (size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == "--audio" && i + 1 < rest.size()) {
+        if (rest[i] == "--view") {
+            withView = true;
+        } else if (rest[i] == "--audio" && i + 1 < rest.size()) {
             if (!ParseAudioOption(rest[++i], audio)) return 2;
             audioGiven = true;
         } else {
@@ -96,6 +165,7 @@ int RunPlayCommand(const std::vector<std::string>& args)
         if (id == 1) ended = true;
     });
     if (!ApplyPlaySettings(control, settings, "play")) return 1;
+    if (withView) return RunWithView(control, ended);
     if (!control.StartPlay()) {
         std::fprintf(stderr, "tempvox play: cannot play '%s'\n", settings.source.c_str());
         return 1;

@@ -434,7 +434,8 @@ static inline TVHRESULT TempvoxCreateControl(const char* name, TempvoxActivation
     if (name[0] == '{') {
         snprintf(clsidText, sizeof clsidText, "%s", name);
     } else {
-        if (strchr(name, '/') != NULL || strlen(name) > 100) return TEMPVOX_REGDB_E_CLASSNOTREG;
+        /* A ProgID names one key: nothing that could reach outside the registry. */
+        if (name[0] == '.' || strchr(name, '/') != NULL || strlen(name) > 100) return TEMPVOX_REGDB_E_CLASSNOTREG;
         snprintf(key, sizeof key, "%s/CLSID", name);
         if (!TempvoxRegistryRead(key, "@", clsidText, sizeof clsidText)) return TEMPVOX_REGDB_E_CLASSNOTREG;
     }

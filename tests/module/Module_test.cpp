@@ -260,7 +260,10 @@ TEST_F(ModuleTest, RegistersCreatesByProgIdPlaysToTheEndAndUnregisters)
     ASSERT_EQ(m_unregister(), TEMPVOX_S_OK);
     EXPECT_EQ(ValueFiles(), std::vector<std::string>{});
     TempvoxActivation none;
-    EXPECT_EQ(TempvoxCreateControl(TEMPVOX_PROGID_CONTROL, &none), TEMPVOX_REGDB_E_CLASSNOTREG);
+    for (const char* name : {TEMPVOX_PROGID_CONTROL, "..", "../CLSID", "{B7CA8608-6E21-40F3-860A-EC1D951A0686}"}) {
+        EXPECT_EQ(TempvoxCreateControl(name, &none), TEMPVOX_REGDB_E_CLASSNOTREG) << name;
+        EXPECT_EQ(none.module, nullptr);
+    }
 }
 
 TEST_F(ModuleTest, RegistrationStopsAtTheFirstFailure)

@@ -42,7 +42,7 @@ open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + da
 PY
 export XDG_DATA_HOME=$work/data
 # The sanitizer runtimes of a sanitized build must come first in a plain host.
-preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan)\.so/ {print $3}' | paste -sd: -)
+preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan|tsan)\.so/ {print $3}' | paste -sd: -)
 "$prefix/bin/tempvox" regsvr "$prefix/$libdir/libtempvox.so"
 LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 >"$work/host.out"
 grep -q "event PlayComplete" "$work/host.out" || { echo "FAIL: no PlayComplete"; cat "$work/host.out"; exit 1; }

@@ -20,7 +20,7 @@ fi
 
 # A sanitized module needs its runtimes loaded first in an unsanitized
 # interpreter; the interpreter's own allocations are not ours to check.
-preload=$(ldd "$module" | awk '/lib(asan|ubsan)\.so/ {print $3}' | paste -sd: -)
+preload=$(ldd "$module" | awk '/lib(asan|ubsan|tsan)\.so/ {print $3}' | paste -sd: -)
 if [ -n "$preload" ]; then
   export LD_PRELOAD=$preload
   export ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0
