@@ -30,4 +30,10 @@ export TEMPVOX_MODULE=$module
 export PYTHONPATH=$source_dir/python
 export PYTHONDONTWRITEBYTECODE=1
 cd "$work"
-"$python" -m pytest -q -p no:cacheprovider "$source_dir/python/tests"
+# The control makes its temporary folder beside the host's executable, which
+# here is the interpreter; an empty one is removed again afterwards.
+interpreter_dir=$("$python" -c "import os; print(os.path.dirname(os.path.realpath('/proc/self/exe')))")
+status=0
+"$python" -m pytest -q -p no:cacheprovider "$source_dir/python/tests" || status=$?
+rmdir "$interpreter_dir/ZqTempAudio" 2>/dev/null || true
+exit $status
