@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SampleBytes.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -13,17 +15,8 @@
 
 namespace {
 
-std::vector<uint8_t> ToBytes(const std::vector<int16_t>& samples) {
-    std::vector<uint8_t> bytes(samples.size() * 2);
-    if (!bytes.empty()) std::memcpy(bytes.data(), samples.data(), bytes.size());
-    return bytes;
-}
-
-std::vector<int16_t> ToSamples(const std::vector<uint8_t>& bytes) {
-    std::vector<int16_t> samples(bytes.size() / 2);
-    if (!samples.empty()) std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
-}
+using testbytes::ToBytes;
+using testbytes::ToSamples;
 
 std::vector<int16_t> Mix16(std::vector<int16_t> block, const std::vector<int16_t>& noise, uint32_t* index) {
     auto bytes = ToBytes(block);

@@ -97,10 +97,8 @@ TEST(WordCounterTest, FrameGeometryFollowsTheRate) {
         int32_t overlap;
         int32_t framesInATenth;
     };
-    const Case cases[] = {
-        {8000, 320, 160, 4},   {11025, 441, 220, 3},  {16000, 640, 320, 4}, {22050, 882, 441, 4},
-        {44100, 1764, 882, 4}, {48000, 1920, 960, 4}, {25, 1, 0, 2},        {24, 0, 0, 0},
-    };
+    // An odd half frame truncates; below 25 Hz there is no frame at all.
+    const Case cases[] = {{11025, 441, 220, 3}, {22050, 882, 441, 4}, {25, 1, 0, 2}, {24, 0, 0, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.rate);
         const FrameGeometry geometry = FrameGeometryForRate(c.rate);

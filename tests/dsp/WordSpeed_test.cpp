@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/SampleBytes.h"
+
 #include <cmath>
 #include <string>
 #include <vector>
@@ -53,17 +55,8 @@ std::vector<int16_t> Segments(int count) {
     return Signal(pieces);
 }
 
-std::vector<uint8_t> Mono16(const std::vector<int16_t>& samples) {
-    std::vector<uint8_t> bytes;
-    for (const int16_t s : samples) {
-        bytes.push_back(uint8_t(uint16_t(s) & 0xff));
-        bytes.push_back(uint8_t(uint16_t(s) >> 8));
-    }
-    return bytes;
-}
-
 int32_t Estimate(const std::vector<int16_t>& samples, float wordsPerSegment = 1.0f, int32_t timeSpan = 60) {
-    const std::vector<uint8_t> bytes = Mono16(samples);
+    const std::vector<uint8_t> bytes = testbytes::ToBytes(samples);
     return EstimateWordSpeed(bytes.data(), uint32_t(bytes.size()), 1, 16, wordsPerSegment, timeSpan);
 }
 

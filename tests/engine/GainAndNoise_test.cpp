@@ -60,7 +60,7 @@ TEST(GainAndNoise, VolumeTakesTheLowSixteenBits)
         int32_t readBack;
     };
     const Case cases[] = {{50, TRUE, 50}, {29, TRUE, 28}, {101, FALSE, 28}, {-1, FALSE, 28},
-                          {65636, TRUE, 100}, {0, TRUE, 0}, {7, TRUE, 7}};
+                          {65636, TRUE, 100}, {0, TRUE, 0}, {7, TRUE, 7}, {65535, FALSE, 7}, {65536, TRUE, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.given);
         EXPECT_EQ(engine.SetVolume(c.given), c.accepted);

@@ -9,7 +9,6 @@
 #include <sstream>
 
 #include "resources/ModuleResources.h"
-#include "resources/StringTable.h"
 #include "shell/DispatchTable.h"
 #include "shell/Registry.h"
 #include "shell/RuntimeClasses.h"
@@ -46,38 +45,6 @@ TEST(TypeLibrarySource, CheckedInFileIsWrittenFromTheMemberTable)
     }
     EXPECT_EQ(checkedIn, generated) << "resources/Tempvox.odl is stale; the current text is in "
                                     << TEMPVOX_BINARY_DIR << "/Tempvox.odl.generated";
-}
-
-TEST(TypeLibrarySource, EveryMemberAndEventStandsUnderItsIdWithItsParameters)
-{
-    const std::string source = WriteTypeLibrarySource();
-    auto lineOf = [&](int id, size_t from) {
-        size_t at = source.find("[id(" + std::to_string(id) + ")]", from);
-        if (at == std::string::npos) return std::string();
-        return source.substr(at, source.find('\n', at) - at);
-    };
-    const size_t events = source.find("dispinterface _DTempvoxEvents");
-    ASSERT_NE(events, std::string::npos);
-    for (const MemberInfo& member : ControlMembers()) {
-        SCOPED_TRACE(member.name);
-        std::string line = lineOf(member.id, 0);
-        EXPECT_NE(line.find(std::string(" ") + member.name + (member.isProperty ? ";" : "(")), std::string::npos)
-            << line;
-        for (const ParamInfo& param : member.params) EXPECT_NE(line.find(param.name), std::string::npos) << line;
-        EXPECT_LT(source.find(line), events);
-    }
-    for (const EventInfo& event : ControlEvents()) {
-        SCOPED_TRACE(event.name);
-        std::string line = lineOf(event.id, events);
-        EXPECT_NE(line.find(std::string("void ") + event.name + "("), std::string::npos) << line;
-        for (const ParamInfo& param : event.params) EXPECT_NE(line.find(param.name), std::string::npos) << line;
-    }
-    EXPECT_NE(source.find("library TEMPVOXLib"), std::string::npos);
-    EXPECT_NE(source.find("version(1.0), lcid(0x409)"), std::string::npos);
-    EXPECT_NE(source.find("helpstring(\"Dispatch interface for Tempvox Control\"), hidden ]"), std::string::npos);
-    EXPECT_NE(source.find("helpstring(\"Event interface for Tempvox Control\") ]"), std::string::npos);
-    EXPECT_NE(source.find("helpstring(\"Tempvox Control\"), control ]\n\tcoclass Tempvox"), std::string::npos);
-    EXPECT_NE(source.find("[default, source] dispinterface _DTempvoxEvents;"), std::string::npos);
 }
 
 class RegistryTest : public ::testing::Test {
@@ -160,27 +127,9 @@ TEST(RegistryRoot, FollowsTheDataHomeAndIgnoresARelativeOne)
     }
 }
 
-TEST(ModuleResources, DialogBitmapVersionAndStrings)
+TEST(ModuleResources, ToolboxBitmapRowsArePaddedToWholeWords)
 {
-    const DialogTemplate& dialog = PropertyPageDialog();
-    EXPECT_EQ(dialog.id, 200u);
-    EXPECT_EQ(dialog.language, 2052);
-    EXPECT_EQ(dialog.style, WS_CHILD | DS_SETFONT);
-    EXPECT_EQ(dialog.width, 250);
-    EXPECT_EQ(dialog.height, 62);
-    EXPECT_STREQ(dialog.fontName, "MS Sans Serif");
-    EXPECT_EQ(dialog.pointSize, 8);
-    ASSERT_EQ(dialog.items.size(), 1u);
-    EXPECT_EQ(dialog.items[0].id, -1);
-    EXPECT_EQ(dialog.items[0].x, 7);
-    EXPECT_EQ(dialog.items[0].y, 25);
-    EXPECT_EQ(dialog.items[0].width, 229);
-    EXPECT_EQ(dialog.items[0].height, 16);
-    EXPECT_STREQ(dialog.items[0].text,
-                 "TODO: Place controls to manipulate properties of Tempvox Control on this dialog.");
-
-    const BitmapResource& bitmap = ToolboxBitmap();
-    const std::vector<uint8_t>& dib = bitmap.dib;
+    const std::vector<uint8_t>& dib = ToolboxBitmap().dib;
     // 4-bit rows of 15 pixels take 8 bytes, padded to a multiple of 4.
     ASSERT_EQ(dib.size(), 40u + 16 * 4 + 16 * 8);
     EXPECT_EQ(LittleEndian(dib, 0, 4), 40u);
@@ -188,21 +137,8 @@ TEST(ModuleResources, DialogBitmapVersionAndStrings)
     EXPECT_EQ(LittleEndian(dib, 8, 4), 16u);
     EXPECT_EQ(LittleEndian(dib, 14, 2), 4u);
     EXPECT_EQ(LittleEndian(dib, 20, 4), 16u * 8);
-    EXPECT_EQ(bitmap.id, 1u);
     // The sixteenth pixel of each row is padding and stays 0.
     for (size_t row = 0; row < 16; ++row) EXPECT_EQ(dib[104 + row * 8 + 7] & 0x0F, 0) << row;
-
-    const VersionRecord& version = ModuleVersionRecord();
-    EXPECT_EQ(version.id, 1u);
-    EXPECT_EQ(version.language, 0x0409);
-    EXPECT_EQ(version.codePage, 1200);
-    bool namesModule = false;
-    for (const auto& [name, value] : version.strings) namesModule |= name == "OriginalFilename" && value == "Tempvox.ocx";
-    EXPECT_TRUE(namesModule);
-
-    EXPECT_STREQ(LoadStringResource(1), "Tempvox Control");
-    EXPECT_STREQ(LoadStringResource(2), "Tempvox Property Page");
-    EXPECT_STREQ(LoadStringResource(200), "General");
 }
 
 TEST(ModuleObjects, FactoriesAndRuntimeClassesAreThereAtLoad)
@@ -221,25 +157,6 @@ TEST(ModuleObjects, FactoriesAndRuntimeClassesAreThereAtLoad)
     std::unique_ptr<CObject> made(view->m_pfnCreateObject());
     EXPECT_NE(dynamic_cast<CWaveViewCtrl*>(made.get()), nullptr);
     EXPECT_EQ(AfxFindRuntimeClass("CNoSuchClass"), nullptr);
-}
-
-TEST(OleControl, StatusBitsDrawingAndVerb)
-{
-    CTempvoxOleControl control;
-    EXPECT_EQ(control.GetMiscStatus(), 0x20191u);
-    EXPECT_EQ(control.GetControlFlags() & 0x10u, 0u);
-    EXPECT_EQ(control.GetControlFlags() | 0x10u, 0xFFFFFFFFu);
-    EXPECT_TRUE(control.PrimaryDispatchIID() == TEMPVOX_DIID_DTempvox);
-    EXPECT_TRUE(control.EventsIID() == TEMPVOX_DIID_DTempvoxEvents);
-
-    control.ShowWindow(TRUE);
-    control.OnDraw();
-    EXPECT_FALSE(control.IsWindowVisible());
-
-    EXPECT_EQ(control.DoVerb(-7), TEMPVOX_S_OK);
-    EXPECT_EQ(control.LastPropertyFrame(), std::vector<std::string>{"General"});
-    EXPECT_EQ(CTempvoxOleControl::kPropertiesVerb.message, 0xC002u);
-    EXPECT_EQ(CTempvoxOleControl::kPropertiesVerb.verbNameId, 65089u);
 }
 
 TEST(OleControl, StoresOnlyTheVersionAndTheStockState)
@@ -280,6 +197,9 @@ TEST(OleControl, StoresOnlyTheVersionAndTheStockState)
     EXPECT_EQ(control.Control().GetLanguageType(), 3);
     EXPECT_EQ(control.Control().Engine().GetVolume(), 40);
     EXPECT_EQ(control.Save().find("Language"), std::string::npos);
+
+    EXPECT_EQ(control.DoVerb(-7), TEMPVOX_S_OK);
+    EXPECT_EQ(control.LastPropertyFrame(), std::vector<std::string>{"General"});
 }
 
 }  // namespace

@@ -24,19 +24,14 @@ namespace {
 
 const std::string kModulePath = std::string(TEMPVOX_BINARY_DIR) + "/libtempvox.so";
 
-std::string ClassKey(const TempvoxGuid& clsid)
+std::string GuidKey(const char* folder, const TempvoxGuid& guid)
 {
     char text[39];
-    TempvoxGuidToString(&clsid, text);
-    return std::string("CLSID/") + text;
+    TempvoxGuidToString(&guid, text);
+    return std::string(folder) + text;
 }
-
-std::string TypeLibKey()
-{
-    char text[39];
-    TempvoxGuidToString(&TEMPVOX_LIBID_TEMPVOXLib, text);
-    return std::string("TypeLib/") + text;
-}
+std::string ClassKey(const TempvoxGuid& clsid) { return GuidKey("CLSID/", clsid); }
+std::string TypeLibKey() { return GuidKey("TypeLib/", TEMPVOX_LIBID_TEMPVOXLib); }
 
 std::string Value(const std::string& key, const char* name = "@")
 {
@@ -44,22 +39,8 @@ std::string Value(const std::string& key, const char* name = "@")
     return TempvoxRegistryRead(key.c_str(), name, value, sizeof value) ? value : "<absent>";
 }
 
-TempvoxVariant I2(int16_t value)
-{
-    TempvoxVariant v{};
-    v.vt = TEMPVOX_VT_I2;
-    v.iVal = value;
-    return v;
-}
-
-TempvoxVariant I4(int32_t value)
-{
-    TempvoxVariant v{};
-    v.vt = TEMPVOX_VT_I4;
-    v.lVal = value;
-    return v;
-}
-
+TempvoxVariant I2(int16_t value) { TempvoxVariant v{}; v.vt = TEMPVOX_VT_I2; v.iVal = value; return v; }
+TempvoxVariant I4(int32_t value) { TempvoxVariant v{}; v.vt = TEMPVOX_VT_I4; v.lVal = value; return v; }
 TempvoxVariant Str(const char* text)
 {
     TempvoxVariant v{};

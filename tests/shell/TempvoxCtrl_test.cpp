@@ -100,38 +100,6 @@ TEST_F(ControlTest, DispatchLayerAnswersErrorsInsteadOfCrashing)
     }
 }
 
-TEST_F(ControlTest, StartFiresTheFirstCountInsideTheCallAndTheEndOnce)
-{
-    std::string path = SpeechFile("control.wav", 12);
-    ASSERT_TRUE(control.SetPlayFilePath(nullptr, -1, path.c_str()));
-    Variant result;
-    ASSERT_EQ(control.Invoke(1, InvokeKind::Method, {}, &result), S_OK);
-    EXPECT_EQ(result.intValue, 1);
-    // Sent, not posted: the event has fired before the call returned.
-    ASSERT_EQ(EventIds(), std::vector<DISPID>{2});
-    EXPECT_EQ(events[0].args[1].intValue, 10000);
-
-    while (host.Step()) host.Pump();
-    host.Pump();
-    EXPECT_EQ(EventIds(), (std::vector<DISPID>{2, 2, 1}));
-    control.StopPlay();
-    host.Pump();
-    EXPECT_EQ(EventIds(), (std::vector<DISPID>{2, 2, 1}));
-}
-
-TEST_F(ControlTest, StopBeforeTheEndFiresNothing)
-{
-    std::string path = SpeechFile("stop.wav", 30);
-    ASSERT_TRUE(control.SetPlayFilePath(nullptr, -1, path.c_str()));
-    ASSERT_TRUE(control.StartPlay());
-    host.Step(2);
-    events.clear();
-    control.StopPlay();
-    host.Pump();
-    EXPECT_TRUE(events.empty());
-    EXPECT_EQ(control.Engine().GetPlayerState(), 0);
-}
-
 TEST_F(ControlTest, EngineMessagesBecomeEvents)
 {
     struct Case {

@@ -22,18 +22,8 @@ struct Layout {
 
 inline std::string WaveBytes(const testwav::Format& format, const std::string& data, const Layout& layout = {})
 {
-    std::string bytes = "RIFF";
-    testwav::PutU32(bytes, 0);
-    bytes += "WAVE";
-    bytes += layout.chunkBeforeFormat;
-    bytes += "fmt ";
-    testwav::PutU32(bytes, layout.formatLength);
-    testwav::PutU16(bytes, format.formatTag);
-    testwav::PutU16(bytes, format.channels);
-    testwav::PutU32(bytes, format.samplesPerSec);
-    testwav::PutU32(bytes, format.AvgBytesPerSec());
-    testwav::PutU16(bytes, format.BlockAlign());
-    testwav::PutU16(bytes, format.bitsPerSample);
+    std::string bytes = testwav::RiffAndFormat(format, layout.formatLength);
+    bytes.insert(12, layout.chunkBeforeFormat);
     if (layout.formatLength == 18)
         testwav::PutU16(bytes, 0);
     if (layout.factChunk) {
