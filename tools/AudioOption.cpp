@@ -5,8 +5,12 @@
 bool ParseAudioOption(const std::string& value, platform::AudioBackendConfig& config)
 {
     const std::string capturePrefix = "capture:";
+    const std::string alsaPrefix = "alsa:";
     if (value == "alsa") {
         config.backend = platform::AudioBackend::Alsa;
+    } else if (value.rfind(alsaPrefix, 0) == 0 && value.size() > alsaPrefix.size()) {
+        config.backend = platform::AudioBackend::Alsa;
+        config.alsaDevice = value.substr(alsaPrefix.size());
     } else if (value == "null") {
         config.backend = platform::AudioBackend::Null;
     } else if (value == "manual") {
@@ -15,7 +19,7 @@ bool ParseAudioOption(const std::string& value, platform::AudioBackendConfig& co
         config.backend = platform::AudioBackend::Capture;
         config.capturePath = value.substr(capturePrefix.size());
     } else {
-        std::fprintf(stderr, "tempvox: unknown audio device '%s' (alsa, null, manual or capture:FILE)\n",
+        std::fprintf(stderr, "tempvox: unknown audio device '%s' (alsa, alsa:DEVICE, null, manual or capture:FILE)\n",
                      value.c_str());
         return false;
     }
