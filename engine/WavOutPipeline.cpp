@@ -1,0 +1,214 @@
+// The device's side of the engine: every buffer that comes back is checked
+// for the sentence, loop and file ends, read into again, passed through the
+// signal stages and queued again, all on the device's thread.
+#include "engine/WavOut.h"
+
+#include <cstring>
+
+#include "dsp/GainVolume.h"
+#include "dsp/SpeedChanger.h"
+#include "dsp/WordCounter.h"
+#include "platform/Clock.h"
+#include "platform/Debug.h"
+#include "platform/Messages.h"
+#include "shell/MessageCatalogue.h"
+
+namespace {
+
+// 0 once a device has opened, 1 once the end of play has been told. One flag
+// for the whole process, shared by every engine.
+std::atomic<int32_t> s_playEndNotified{0};
+
+}  // namespace
+
+void CWavOut::WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance, DWORD_PTR param1, DWORD_PTR)
+{
+    CWavOut* engine = reinterpret_cast<CWavOut*>(instance);
+    switch (message) {
+    case MM_WOM_OPEN:
+        s_playEndNotified = 0;
+        break;
+    case MM_WOM_CLOSE:
+        engine->OnDeviceClosed();
+        break;
+    case MM_WOM_DONE:
+        engine->OnBufferDone(device, reinterpret_cast<WAVEHDR*>(param1));
+        break;
+    default:
+        break;
+    }
+}
+
+void CWavOut::OnDeviceClosed()
+{
+    OutputDebugStringA("播放设备关闭!");
+    if (s_playEndNotified == 0) {
+        m_bEnded = 1;
+        OutputDebugStringA("音频播放完\n");
+        HWND notify = m_hNotifyWnd.load();
+        if (notify != nullptr) {
+            OutputDebugStringA("发送播放完消息\n");
+            PostMessageA(notify, WM_PLAYCLOSED, 0, 0);
+        }
+        s_playEndNotified = 1;
+    }
+    m_positionHistory[0] = 13230;
+    m_positionHistory[1] = 8820;
+    m_positionHistory[2] = 4410;
+    m_positionHistory[3] = 4410;
+}
+
+bool CWavOut::AtEndOfFile() const
+{
+    return m_file.GetPosition() + m_dataStart >= m_file.GetLength();
+}
+
+void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+{
+    if (m_bStopping) return;
+    m_buffersPlayed += 1;
+
+    int32_t sentenceStart = m_sentenceStartMs.load();
+    int32_t sentenceEnd = m_sentenceEndMs.load();
+    if (sentenceStart < sentenceEnd && GetCurrentPlayTime() >= static_cast<uint32_t>(sentenceEnd)) {
+        m_sentenceStartMs = 0;
+        m_sentenceEndMs = 0;
+        PostMessageA(m_hNotifyWnd.load(), WM_ONESENTENCEDONE, 0, 0);
+    }
+
+    if (m_bLoop) {
+        uint32_t loopStart = m_loopStartMs.load();
+        uint32_t loopEnd = m_loopEndMs.load();
+        // A loop end at or past the end of the file could never be reached,
+        // because the time stands still there; the end of the file then
+        // wraps the loop, so empty buffers never circle through the device.
+        if (loopEnd > loopStart && (GetCurrentPlayTime() >= loopEnd || AtEndOfFile())) {
+            SetCurrentPlayTime(loopStart);
+        }
+    } else {
+        m_positionHistory[3] = m_positionHistory[2].load();
+        m_positionHistory[2] = m_positionHistory[1].load();
+        m_positionHistory[1] = m_positionHistory[0].load();
+        uint64_t position = m_file.GetPosition();
+        if (position <= m_file.GetLength()) m_positionHistory[0] = static_cast<uint32_t>(position);
+
+        if (AtEndOfFile() && !m_bStopping) {
+            if (s_playEndNotified != 0) return;
+            m_buffersPlayedAtEnd = m_buffersPlayed.load();
+            m_bEnded = 1;
+            OutputDebugStringA("音频播放完\n");
+            HWND notify = m_hNotifyWnd.load();
+            if (notify != nullptr) {
+                OutputDebugStringA("发送播放完消息\n");
+                PostMessageA(notify, WM_PLAYCOMPLETE, 0, 0);
+            }
+            s_playEndNotified = 1;
+            return;
+        }
+    }
+
+    header->dwBufferLength = m_file.Read(header->lpData, m_readSize);
+
+    if (!m_bJustPlay) {
+        m_buffersInSpan += 1;
+        // A span below 100 ms would hold no whole block; it reports with
+        // every block instead of dividing by zero.
+        int32_t buffersPerSpan = m_buffersPerSpan > 0 ? m_buffersPerSpan : 1;
+        if (m_buffersInSpan % buffersPerSpan == 0) {
+            uint32_t now = GetTickCount();
+            uint32_t spanMs = now + m_pauseTick.load() - m_spanStartTick - m_resumeTick.load();
+            PostMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(m_wordCount),
+                         static_cast<LPARAM>(spanMs));
+            m_buffersInSpan = 0;
+            m_wordCount = 0;
+            m_spanStartTick = now;
+            m_resumeTick = 0;
+            m_pauseTick = 0;
+        }
+        m_wordCount += CountVoicedFrames(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength,
+                                         m_format.samplesPerSec, m_format.bitsPerSample);
+    }
+
+    ApplySpeedChange(*header);
+    MixNoise(reinterpret_cast<uint8_t*>(header->lpData), header->dwBufferLength);
+    ApplyGain(*header);
+
+    if (!m_bSuspended) waveOutWrite(device, header, sizeof(WAVEHDR));
+}
+
+bool CWavOut::RefillAfterReset()
+{
+    for (WAVEHDR& header : m_headers) waveOutUnprepareHeader(m_hWaveOut, &header, sizeof(WAVEHDR));
+    m_bStopping = false;
+    uint32_t counts[kBufferCount] = {};
+    for (int i = 0; i < kBufferCount; ++i) counts[i] = m_file.Read(m_buffers[i], m_readSize);
+    for (int i = 0; i < kBufferCount; ++i) SetupBufferHeader(m_headers[i], m_buffers[i], counts[i]);
+    for (WAVEHDR& header : m_headers) {
+        if (waveOutPrepareHeader(m_hWaveOut, &header, sizeof(WAVEHDR)) != MMSYSERR_NOERROR) {
+            ReportMessage(210, "准备缓冲区失败！");
+            return false;
+        }
+    }
+    for (WAVEHDR& header : m_headers) {
+        ApplySpeedChange(header);
+        ApplyGain(header);
+        if (!m_bSuspended) waveOutWrite(m_hWaveOut, &header, sizeof(WAVEHDR));
+    }
+    return true;
+}
+
+void CWavOut::ApplySpeedChange(WAVEHDR& header)
+{
+    int16_t level = m_speedLevel.load();
+    if (level == 0 || header.lpData == nullptr || header.dwBufferLength == 0) return;
+
+    CSpeedChanger changer;
+    changer.Load(reinterpret_cast<const int16_t*>(header.lpData), static_cast<int32_t>(header.dwBufferLength / 2),
+                 level);
+    changer.Run();
+    int16_t* output = nullptr;
+    int32_t outputCount = 0;
+    changer.TakeOutput(&output, &outputCount);
+    // The changer's output never exceeds three times its input, and the
+    // buffer holds ten blocks; the bound is kept here all the same.
+    uint32_t outputBytes = static_cast<uint32_t>(outputCount) * 2;
+    if (outputBytes > m_bufferCapacity) outputBytes = m_bufferCapacity & ~1u;
+    std::memcpy(header.lpData, output, outputBytes);
+    header.dwBufferLength = outputBytes;
+    delete[] output;
+}
+
+bool CWavOut::MixNoise(uint8_t* data, uint32_t byteCount)
+{
+    return m_noiseSlot.Mix(data, byteCount, m_format.channels, m_format.bitsPerSample, m_format.samplesPerSec,
+                           m_bMixOn != 0);
+}
+
+void CWavOut::ApplyGain(WAVEHDR& header)
+{
+    float gain = m_gain.load();
+    ApplyGainAndVolume(reinterpret_cast<uint8_t*>(header.lpData), static_cast<int32_t>(header.dwBufferLength),
+                       m_format.bitsPerSample, m_volume.load(), &gain);
+    m_gain = gain;
+}
+
+void CWavOut::CountFirstTenSeconds()
+{
+    uint64_t notedPosition = m_file.GetPosition();
+    uint32_t samplesStart = m_format.length + m_factExtra + 28;
+    m_file.Seek(samplesStart, CFile::begin);
+
+    // Ten seconds of the byte rate, but never more than the file holds, so a
+    // corrupt rate can't ask for gigabytes.
+    uint64_t wanted = 10ull * m_format.avgBytesPerSec;
+    uint64_t fileLength = m_file.GetLength();
+    uint64_t available = fileLength > samplesStart ? fileLength - samplesStart : 0;
+    uint32_t size = static_cast<uint32_t>(wanted < available ? wanted : available);
+    uint8_t* samples = new uint8_t[size > 0 ? size : 1];
+    uint32_t got = m_file.Read(samples, size);
+    int32_t count = CountVoicedFrames(samples, got, m_format.samplesPerSec, m_format.bitsPerSample);
+    SendMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(count), 10000);
+    OutputDebugStringA("ten sec count word\n");
+    delete[] samples;
+    m_file.Seek(static_cast<int64_t>(notedPosition), CFile::begin);
+}
