@@ -2,7 +2,7 @@
 #include <cstdint>
 
 // The handful of fixed-width names the engine and the control are written
-// in. They keep the code close to how the behaviour is described and give
+// in. They keep the code close to the platform API it was designed on and give
 // the dispatch layer stable widths.
 using BOOL = int32_t;
 using BYTE = uint8_t;

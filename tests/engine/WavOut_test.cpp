@@ -99,7 +99,7 @@ TEST_F(EngineTest, ShortFileEndsOnFirstReturnedBuffer)
     EXPECT_EQ(history3, (std::vector<uint32_t>{4410, 8820, 13230, 44 + 3 * 4410 - 200}));
 }
 
-TEST_F(EngineTest, SeeksFromTheDocumentedExamples)
+TEST_F(EngineTest, SeeksLandOnTheByteGridAndLagTheHeardTime)
 {
     std::string path = MakeWav("seek.wav", 5 * 44100);
     ASSERT_TRUE(engine.StartPlay(path.c_str()));
