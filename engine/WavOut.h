@@ -87,6 +87,7 @@ private:
     static void WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance, DWORD_PTR param1,
                                 DWORD_PTR param2);
     void OnDeviceClosed();
+    void TellEndOfPlay(UINT message);
     void OnBufferDone(HWAVEOUT device, WAVEHDR* header);
 
     bool OpenWaveFile(const char* path);

@@ -39,19 +39,24 @@ void CWavOut::WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance,
     }
 }
 
+// One notice per opening of the device: the end of the file, or the device
+// closing before it; the process-wide flag keeps the two exclusive.
+void CWavOut::TellEndOfPlay(UINT message)
+{
+    m_bEnded = 1;
+    OutputDebugStringA("音频播放完\n");
+    HWND notify = m_hNotifyWnd.load();
+    if (notify != nullptr) {
+        OutputDebugStringA("发送播放完消息\n");
+        PostMessageA(notify, message, 0, 0);
+    }
+    s_playEndNotified = 1;
+}
+
 void CWavOut::OnDeviceClosed()
 {
     OutputDebugStringA("播放设备关闭!");
-    if (s_playEndNotified == 0) {
-        m_bEnded = 1;
-        OutputDebugStringA("音频播放完\n");
-        HWND notify = m_hNotifyWnd.load();
-        if (notify != nullptr) {
-            OutputDebugStringA("发送播放完消息\n");
-            PostMessageA(notify, WM_PLAYCLOSED, 0, 0);
-        }
-        s_playEndNotified = 1;
-    }
+    if (s_playEndNotified == 0) TellEndOfPlay(WM_PLAYCLOSED);
     m_positionHistory[0] = 13230;
     m_positionHistory[1] = 8820;
     m_positionHistory[2] = 4410;
@@ -95,14 +100,7 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
         if (AtEndOfFile() && !m_bStopping) {
             if (s_playEndNotified != 0) return;
             m_buffersPlayedAtEnd = m_buffersPlayed.load();
-            m_bEnded = 1;
-            OutputDebugStringA("音频播放完\n");
-            HWND notify = m_hNotifyWnd.load();
-            if (notify != nullptr) {
-                OutputDebugStringA("发送播放完消息\n");
-                PostMessageA(notify, WM_PLAYCOMPLETE, 0, 0);
-            }
-            s_playEndNotified = 1;
+            TellEndOfPlay(WM_PLAYCOMPLETE);
             return;
         }
     }
