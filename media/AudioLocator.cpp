@@ -2,12 +2,15 @@
 
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "platform/Debug.h"
 #include "platform/Download.h"
 #include "platform/File.h"
 #include "platform/FileFind.h"
+#include "platform/OwnedFiles.h"
+#include "platform/UserFolders.h"
 
 namespace {
 
@@ -30,10 +33,39 @@ std::string MakeTempFolder()
 {
     std::string executable = platform::ExecutablePath();
     if (executable.empty()) OutputDebugStringA("获取当前路径为空\n");
-    size_t slash = executable.rfind('/');
-    std::string folder = (slash == std::string::npos ? std::string() : executable.substr(0, slash)) + "/ZqTempAudio/";
-    platform::CreateDirectory(folder);
-    return folder;
+    return ChooseTempFolder(executable, platform::UserCacheHome());
+}
+
+std::string ChooseTempFolder(const std::string& executablePath, const std::string& cacheHome)
+{
+    size_t slash = executablePath.rfind('/');
+    std::string beside =
+        (slash == std::string::npos ? std::string() : executablePath.substr(0, slash)) + "/ZqTempAudio/";
+    platform::CreateDirectory(beside);
+    if (platform::IsWritableFolder(beside) || cacheHome.empty()) return beside;
+    // Installed under /usr/bin and run by an ordinary user, the folder
+    // beside the program can't be made; every user can write their cache.
+    std::string cached = cacheHome + "/tempvox/ZqTempAudio/";
+    platform::CreateDirectories(cached.substr(0, cached.size() - 1));
+    return cached;
+}
+
+bool DeleteControlFile(const std::string& path, const std::string& tempDir)
+{
+    if (path.empty()) return false;
+    if (platform::IsOwnedFile(path)) return platform::DeleteOwnedFile(path);
+    // The temporary folder is the controls' own: what stands in it, they
+    // made (downloads, conversions, copies), in this process or another
+    // that shares it. Elsewhere only a file this process made may go.
+    const bool inTempDir = !tempDir.empty() && path.size() > tempDir.size() &&
+                           path.compare(0, tempDir.size(), tempDir) == 0 &&
+                           path.find('/', tempDir.size()) == std::string::npos;
+    return inTempDir && platform::DeleteFile(path);
+}
+
+void RemoveTempFolderIfEmpty(const std::string& tempDir)
+{
+    if (!tempDir.empty()) platform::RemoveDirectory(tempDir);
 }
 
 bool IsEncodedPath(const std::string& path)
@@ -61,7 +93,12 @@ std::string FetchToTemp(const char* address, int16_t port, const char* path, con
                         const std::string& tempDir)
 {
     if (path == nullptr || address == nullptr || *path == '\0' || *address == '\0') return std::string();
+    // The target must stay inside the folder, so a name from the host can't
+    // reach a user's file elsewhere.
+    if (localName != nullptr && (std::strchr(localName, '/') != nullptr || std::strcmp(localName, "..") == 0))
+        return std::string();
     std::string fileName = FileNameOfPath(path);
+    if (fileName.empty() || fileName == "." || fileName == "..") return std::string();
     std::string target;
     if (localName == nullptr) {
         target = tempDir + fileName;

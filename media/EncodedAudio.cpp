@@ -7,6 +7,7 @@
 #include "platform/Debug.h"
 #include "platform/File.h"
 #include "platform/Library.h"
+#include "platform/OwnedFiles.h"
 #include "shell/MessageCatalogue.h"
 
 const char* const kCodecLibraryName = "libvoxcodec.so";
@@ -85,23 +86,26 @@ void BuildWavHeader(const EncodedHeader& header, uint32_t dataBytes, uint8_t* ou
     PutU32(out + 40, dataBytes);
 }
 
+// The extension is that of the file's own name: a dot in a folder's name
+// never cuts the path.
 std::string WavPathFor(const std::string& path)
 {
     size_t dot = path.rfind('.');
+    size_t slash = path.rfind('/');
+    if (dot != std::string::npos && slash != std::string::npos && dot < slash) dot = std::string::npos;
     return (dot == std::string::npos ? path : path.substr(0, dot)) + ".wav";
 }
 
 }  // namespace
 
-std::string ConvertToWav(const std::string& path)
+std::string ConvertToWav(const std::string& path, const std::string& fallbackFolder)
 {
-    return ConvertToWavWith(path, kCodecLibraryName);
+    return ConvertToWavWith(path, kCodecLibraryName, fallbackFolder);
 }
 
-std::string ConvertToWavWith(const std::string& path, const char* libraryName)
+std::string ConvertToWavWith(const std::string& path, const char* libraryName, const std::string& fallbackFolder)
 {
-    const std::string wavPath = WavPathFor(path);
-    OutputDebugStringA(("changewzqtowav-wav name:" + wavPath + "\n").c_str());
+    OutputDebugStringA(("changewzqtowav-wav name:" + WavPathFor(path) + "\n").c_str());
 
     CFile encoded;
     if (!encoded.Open(path.c_str(), CFile::modeRead | CFile::typeBinary)) {
@@ -123,8 +127,13 @@ std::string ConvertToWavWith(const std::string& path, const char* libraryName)
     uint8_t wavHeader[kWavHeaderBytes];
     BuildWavHeader(header, dataBytes, wavHeader);
 
+    // The .wav goes beside the encoded file only where no file of the user's
+    // stands and the folder can be written; otherwise into the temporary
+    // folder under a free name. A file that was there before is never
+    // replaced, and the one made here is recorded as the control's own.
+    const std::string wavPath = platform::CreateOwnedFileNear(WavPathFor(path), fallbackFolder);
     CFile wav;
-    if (!wav.Open(wavPath.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::typeBinary)) {
+    if (wavPath.empty() || !wav.Open(wavPath.c_str(), CFile::modeCreate | CFile::modeWrite | CFile::typeBinary)) {
         ReportMessage(214, "创建wav文件失败!");
         return std::string();
     }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/Clock.h"
+#include "platform/Termination.h"
 
 namespace platform {
 namespace {
@@ -342,7 +343,8 @@ bool PumpUntil(const std::function<bool()>& done, uint32_t timeoutMs)
         PumpPendingMessages();
         if (done && done())
             return true;
-        if (!forever && Steady::now() >= deadline)
+        // A program asked to end stops waiting, so it can clean up at once.
+        if ((!forever && Steady::now() >= deadline) || TerminationSignal() != 0)
             return false;
         std::unique_lock lock(registry.mutex);
         if (!loop->sent.empty() || !loop->posted.empty())

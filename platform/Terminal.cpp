@@ -5,6 +5,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "platform/Termination.h"
+
 namespace platform {
 
 static_assert(sizeof(termios) <= 64, "saved terminal state must fit");
@@ -20,6 +22,7 @@ RawKeyboard::RawKeyboard()
     termios state{};
     if (tcgetattr(STDIN_FILENO, &state) != 0) return;
     std::memcpy(m_saved, &state, sizeof state);
+    RememberTerminalMode(&state, sizeof state);
     state.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
     state.c_cc[VMIN] = 0;
     state.c_cc[VTIME] = 0;
@@ -32,6 +35,7 @@ RawKeyboard::~RawKeyboard()
     termios state{};
     std::memcpy(&state, m_saved, sizeof state);
     tcsetattr(STDIN_FILENO, TCSANOW, &state);
+    ForgetTerminalMode();
 }
 
 Key RawKeyboard::Read(uint32_t timeoutMs)

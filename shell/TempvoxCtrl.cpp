@@ -8,6 +8,7 @@
 #include "platform/Exceptions.h"
 #include "platform/File.h"
 #include "platform/Messages.h"
+#include "platform/OwnedFiles.h"
 #include "shell/MessageCatalogue.h"
 
 namespace {
@@ -35,6 +36,10 @@ CTempvoxCtrl::CTempvoxCtrl()
 CTempvoxCtrl::~CTempvoxCtrl()
 {
     m_wavOut.StopPlay();
+    // A .wav this control converted from a local file is its temporary
+    // too: it goes with the control rather than stay beside the user's.
+    if (!m_bDownloaded && !m_encodedPath.empty() && platform::IsOwnedFile(m_playFilePath))
+        platform::DeleteOwnedFile(m_playFilePath);
     if (m_bDownloaded) DeleteAllDownedFile();
     // Later messages to this window (a worker's estimate, a device closing)
     // find a stale handle and are dropped.
@@ -174,11 +179,14 @@ void CTempvoxCtrl::StopAndDeleteTemporaries()
     // and the caret of the control go on.
     if (m_wavOut.GetPlayerState() == 1) m_wavOut.StopPlay();
     if (m_playFilePath.empty()) return;
+    // Only files that the controls made go: a path that names a user's file
+    // (a local encoded file left in m_encodedPath by a failed download, say)
+    // is passed over.
     if (m_bDownloaded) {
-        platform::DeleteFile(m_playFilePath);
-        if (!m_encodedPath.empty()) platform::DeleteFile(m_encodedPath);
+        DeleteControlFile(m_playFilePath, m_tempDir);
+        if (!m_encodedPath.empty()) DeleteControlFile(m_encodedPath, m_tempDir);
     } else if (!m_encodedPath.empty()) {
-        platform::DeleteFile(m_playFilePath);
+        DeleteControlFile(m_playFilePath, m_tempDir);
     }
 }
 
@@ -188,7 +196,7 @@ BOOL CTempvoxCtrl::TakeLocatedPath()
     if (m_playFilePath.empty()) return FALSE;
     if (IsEncodedPath(m_playFilePath)) {
         m_encodedPath = m_playFilePath;
-        m_playFilePath = ConvertToWav(m_playFilePath);
+        m_playFilePath = ConvertToWav(m_playFilePath, m_tempDir);
     } else {
         m_encodedPath.clear();
     }
@@ -244,6 +252,7 @@ BOOL CTempvoxCtrl::CreateWavViewWnd(int32_t xPos, int32_t yPos, int32_t cX, int3
     OutputDebugStringA("CreateWavViewWnd!");
     ViewRect rect{xPos, yPos, xPos + cX, yPos + cY};
     HWND parent = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(parentHwnd)));
+    m_waveView.SetTemporaryFolder(m_tempDir);
     if (m_waveView.Create(rect, parent)) {
         OutputDebugStringA("CreateWavViewWnd!-success");
         m_bViewCreated = 1;

@@ -20,7 +20,9 @@
 #include "platform/MessageBox.h"
 #include "platform/Messages.h"
 #include "platform/Png.h"
+#include "platform/Termination.h"
 #include "platform/Window.h"
+#include "media/AudioLocator.h"
 #include "shell/TempvoxCtrl.h"
 #include "tools/Commands.h"
 #include "tools/Json.h"
@@ -324,13 +326,17 @@ int Container::Run(std::istream& input)
     m_control = std::make_unique<CTempvoxCtrl>();
     m_control->SetEventSink([this](DISPID id, const std::vector<Variant>& args) { OnEvent(id, args); });
     std::string line;
-    while (!m_quit && std::getline(input, line)) {
+    while (!m_quit && platform::TerminationSignal() == 0 && std::getline(input, line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         RunLine(line);
     }
     m_control->StopPlay();
     platform::PumpPendingMessages();
+    const std::string tempFolder = m_control->TempDir();
     m_control.reset();
+    // Ended by a signal, the control is gone with its files; an empty
+    // temporary folder goes too, as after the other tools.
+    if (platform::TerminationSignal() != 0) RemoveTempFolderIfEmpty(tempFolder);
     DestroyWindow(m_hostWindow);
     g_hostWindow = nullptr;
     return 0;
@@ -635,6 +641,7 @@ int RunHostCommand(const std::vector<std::string>& args)
     platform::SetMessageBoxHandler([&ui](const platform::MessageBoxRequest& request) { return ui.AnswerBox(request); });
 
     int exitCode;
+    {
     Container container(options, ui);
     if (options.script.empty()) {
         exitCode = container.Run(std::cin);
@@ -646,9 +653,10 @@ int RunHostCommand(const std::vector<std::string>& args)
         }
         exitCode = container.Run(script);
     }
+    }
     platform::SetDebugSink(nullptr);
     platform::SetMessageBoxHandler(nullptr);
     platform::SetHostUi(nullptr);
     platform::SetClock(nullptr);
-    return exitCode;
+    return platform::ExitStatusAfterSignal(exitCode);
 }

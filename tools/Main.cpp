@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Termination.h"
 #include "tools/Commands.h"
 
 namespace {
@@ -33,6 +34,10 @@ int main(int argc, char** argv)
     }
     std::string command = argv[1];
     std::vector<std::string> args(argv + 2, argv + argc);
+    // Every command that plays, fetches or writes cleans up on Ctrl-C,
+    // SIGTERM and SIGHUP as on a normal end.
+    if (command == "play" || command == "host" || command == "render" || command == "view")
+        platform::CatchTerminationSignals();
     if (command == "play") return RunPlayCommand(args);
     if (command == "host") return RunHostCommand(args);
     if (command == "render") return RunRenderCommand(args);

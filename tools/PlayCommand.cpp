@@ -6,6 +6,8 @@
 #include "platform/GtkPresenter.h"
 #include "platform/Messages.h"
 #include "platform/Terminal.h"
+#include "platform/Termination.h"
+#include "media/AudioLocator.h"
 #include "platform/Window.h"
 #include "tools/Commands.h"
 #include "tools/PlaySettings.h"
@@ -102,7 +104,7 @@ int RunWithView(CTempvoxCtrl& control, bool& ended)
         DestroyWindow(frame);
         return 1;
     }
-    while (!quit && !presenter->Closed()) {
+    while (!quit && !presenter->Closed() && platform::TerminationSignal() == 0) {
         presenter->ProcessEvents();
         platform::PumpUntil([&] { return ended; }, 10);
         if (!ended) continue;
@@ -122,6 +124,8 @@ int RunWithView(CTempvoxCtrl& control, bool& ended)
 }
 
 }  // namespace
+
+int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView);
 
 int RunPlayCommand(const std::vector<std::string>& args)
 {
@@ -152,7 +156,21 @@ int RunPlayCommand(const std::vector<std::string>& args)
     }
     platform::SetAudioBackend(audio);
 
-    CTempvoxCtrl control;
+    std::string tempFolder;
+    int status;
+    {
+        CTempvoxCtrl control;
+        tempFolder = control.TempDir();
+        status = PlayWithControl(control, settings, withView);
+    }
+    // The control took its own files with it; a folder it made for them
+    // and left empty goes too.
+    RemoveTempFolderIfEmpty(tempFolder);
+    return platform::ExitStatusAfterSignal(status);
+}
+
+int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView)
+{
     ProgressLine progress(platform::IsTerminal(1));
     bool ended = false;
     control.SetEventSink([&](DISPID id, const std::vector<Variant>& eventArgs) {
@@ -173,12 +191,12 @@ int RunPlayCommand(const std::vector<std::string>& args)
 
     platform::RawKeyboard keyboard;
     bool quit = false;
-    while (!ended && !quit) {
+    while (!ended && !quit && platform::TerminationSignal() == 0) {
         platform::PumpUntil([&] { return ended; }, keyboard.Active() ? 20 : 200);
         progress.Show(control);
         if (keyboard.Active()) HandleKey(keyboard.Read(30), control, quit);
     }
-    if (ended) WaitForPlayOut(control);
+    if (ended && platform::TerminationSignal() == 0) WaitForPlayOut(control);
     progress.Show(control);
     progress.Clear();
     control.StopPlay();

@@ -9,6 +9,8 @@
 #include "platform/MessageBox.h"
 #include "platform/Messages.h"
 #include "platform/Terminal.h"
+#include "platform/Termination.h"
+#include "media/AudioLocator.h"
 #include "tools/Commands.h"
 #include "tools/PlaySettings.h"
 
@@ -57,29 +59,35 @@ int RunRenderCommand(const std::vector<std::string>& args)
     bool ended = false;
     bool progress = platform::IsTerminal(2);
     bool ok = false;
+    std::string tempFolder;
     {
         CTempvoxCtrl control;
+        tempFolder = control.TempDir();
         control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
             if (id == 1) ended = true;
         });
         if (ApplyPlaySettings(control, settings, "render") && control.StartPlay()) {
-            while (!platform::PumpUntil([&] { return ended; }, 100)) {
+            while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0) {
                 if (progress) ShowProgressBar(control);
             }
-            WaitForPlayOut(control);
+            if (platform::TerminationSignal() == 0) WaitForPlayOut(control);
             if (progress) {
                 ShowProgressBar(control);
                 std::fputc('\n', stderr);
             }
             control.StopPlay();
-            ok = true;
-        } else {
+            // Cut short by a signal, what was written is not the render
+            // that was asked for: it goes like any other failure.
+            ok = platform::TerminationSignal() == 0;
+        } else if (platform::TerminationSignal() == 0) {
             std::fprintf(stderr, "tempvox render: cannot render '%s'\n", settings.source.c_str());
         }
     }
+    RemoveTempFolderIfEmpty(tempFolder);
     if (!ok) {
         platform::DeleteFile(partial);
-        return 1;
+        if (progress) std::fputc('\n', stderr);
+        return platform::ExitStatusAfterSignal(1);
     }
     if (std::rename(partial.c_str(), output.c_str()) != 0) {
         std::fprintf(stderr, "tempvox render: cannot write '%s'\n", output.c_str());

@@ -5,7 +5,9 @@
 #include "platform/Exceptions.h"
 #include "platform/Messages.h"
 #include "platform/Png.h"
+#include "platform/Termination.h"
 #include "platform/Window.h"
+#include "media/AudioLocator.h"
 #include "tools/Commands.h"
 #include "view/WaveViewCtrl.h"
 
@@ -77,8 +79,12 @@ int RunViewCommand(const std::vector<std::string>& args)
                                      return 0;
                                  });
     int status = 0;
+    // The view's private copy goes beside the file when it can, else into
+    // the temporary folder, which is removed again if this run left it empty.
+    const std::string tempFolder = MakeTempFolder();
     {
         CWaveViewCtrl view;
+        view.SetTemporaryFolder(tempFolder);
         if (frame == nullptr || !view.Create(ViewRect{0, 0, options.width, options.height}, frame)) {
             std::fprintf(stderr, "tempvox view: the view's window could not be made\n");
             DestroyWindow(frame);
@@ -99,5 +105,6 @@ int RunViewCommand(const std::vector<std::string>& args)
         }
     }
     DestroyWindow(frame);
-    return status;
+    RemoveTempFolderIfEmpty(tempFolder);
+    return platform::ExitStatusAfterSignal(status);
 }

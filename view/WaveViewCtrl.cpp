@@ -11,6 +11,7 @@
 #include "platform/FileApi.h"
 #include "platform/HostUi.h"
 #include "platform/MessageBox.h"
+#include "platform/OwnedFiles.h"
 #include "shell/MessageCatalogue.h"
 
 namespace {
@@ -79,6 +80,20 @@ CObject* CreateWaveView()
     return new CWaveViewCtrl;
 }
 
+// The path up to the extension of the file's own name, then "_copy.wav". A
+// path without any dot gives "_copy.wav" alone, in the current folder; a dot
+// in a folder's name is not an extension, so such a path keeps its folder.
+std::string CopyPathFor(const std::string& path)
+{
+    const size_t dot = path.rfind('.');
+    if (dot == std::string::npos)
+        return "_copy.wav";
+    const size_t slash = path.rfind('/');
+    if (slash != std::string::npos && dot < slash)
+        return path + "_copy.wav";
+    return path.substr(0, dot) + "_copy.wav";
+}
+
 }  // namespace
 
 const CRuntimeClass CWaveViewCtrl::classCWaveViewCtrl = {"CWaveViewCtrl", &CreateWaveView};
@@ -98,7 +113,7 @@ CWaveViewCtrl::~CWaveViewCtrl()
     if (m_bCaret)
         DestroyCaret();
     ReleaseMapping();
-    if (!m_copyPath.empty() && !DeleteFileA(m_copyPath.c_str()))
+    if (!m_copyPath.empty() && !platform::DeleteOwnedFile(m_copyPath))
         ReportMessage(216, "删除新创建的音频文件失败!");
     ReleaseBitmap();
     CWaveViewCtrl::DestroyWindow();
@@ -162,17 +177,24 @@ void CWaveViewCtrl::AttachFile(std::string path)
         DestroyCaret();
     ReleaseBitmap();
     if (!m_copyPath.empty()) {
-        if (!DeleteFileA(m_copyPath.c_str()))
+        if (!platform::DeleteOwnedFile(m_copyPath))
             ReportMessage(216, "删除新创建的音频文件失败!");
         m_copyPath.clear();
     }
     m_bLoading = 0;
     ++m_attachCount;
 
-    const size_t dot = path.rfind('.');
-    m_copyPath = (dot == std::string::npos ? std::string() : path.substr(0, dot)) + "_copy.wav";
-    if (!CopyFileA(path.c_str(), m_copyPath.c_str(), FALSE))
+    // The copy takes the name "_copy.wav" beside the file only where no
+    // file of the user's stands and the folder can be written; otherwise it
+    // goes to the temporary folder under a free name. Only a copy made here
+    // is ever deleted.
+    m_copyPath = platform::CreateOwnedFileNear(CopyPathFor(path), m_temporaryFolder);
+    if (m_copyPath.empty() || !CopyFileA(path.c_str(), m_copyPath.c_str(), FALSE)) {
+        // No copy is left behind: the empty file made for it goes again, and
+        // the open below fails as for a copy that was never made.
+        platform::DeleteOwnedFile(m_copyPath);
         ReportMessage(217, "拷贝音频文件失败!");
+    }
 
     CMappableFile file;
     if (!file.Open(m_copyPath))

@@ -32,6 +32,10 @@ public:
     // Throws CFileException when the copy can't be opened and
     // CArchiveException when it is not a RIFF WAVE file.
     void AttachFile(std::string path);
+    // Where the private copy goes (ending in '/') when the place beside the
+    // file is taken by a file of the user's or can't be written.
+    void SetTemporaryFolder(std::string folder) { m_temporaryFolder = std::move(folder); }
+    const std::string& CopyPath() const { return m_copyPath; }
 
     void ShowPlayCaret(BOOL show);
     void MoveCaretToTime(uint32_t ms);
@@ -108,6 +112,7 @@ private:
     BOOL m_bLoading = 0;
     int32_t m_savedCaretX = -1;
     std::string m_copyPath;
+    std::string m_temporaryFolder;
     BOOL m_bRestoreCaret = 0;
     BOOL m_bSelectable = 1;
     BOOL m_bButtonDown = 0;

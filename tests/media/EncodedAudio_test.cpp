@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <random>
 
 #include "media/EncodedAudio.h"
@@ -112,8 +114,6 @@ TEST_F(EncodedAudioTest, WavHeadFollowsTheEncodedHeader)
         SCOPED_TRACE(c.name);
         const std::string path = scratch.Path() + c.fileName;
         WriteAll(path, c.file);
-        // A .wav of that name beside it is replaced, not appended to.
-        WriteAll(scratch.Path() + c.wavName, std::string(200000, 'x'));
         ASSERT_EQ(ConvertToWav(path), scratch.Path() + c.wavName);
         const std::string wav = ReadAll(scratch.Path() + c.wavName);
         ASSERT_EQ(wav.size(), 44u + c.dataLength);
@@ -121,6 +121,50 @@ TEST_F(EncodedAudioTest, WavHeadFollowsTheEncodedHeader)
         EXPECT_EQ(wav.substr(44), std::string(wav.size() - 44, '\0')) << "zero frames decode to silence";
     }
     EXPECT_TRUE(host.BoxIds().empty());
+}
+
+TEST_F(EncodedAudioTest, TheWavGoesBesideOnlyWhereNoUsersFileStands)
+{
+    const std::string bytes = EncodedHeaderBytes("ZQ", 1, 8000, 40, 2) + std::string(80, '\0');
+    const std::string fallback = scratch.Path() + "fallback/";
+    ASSERT_TRUE(platform::CreateDirectory(fallback));
+    const std::string usersWav = "the user's own recording";
+    struct Case {
+        const char* name;
+        bool usersWavBeside;
+        bool readOnlyFolder;
+        bool withFallback;
+        const char* expected;  // relative to the scratch folder; "" for a failure
+        std::vector<int> boxes;
+    };
+    const Case cases[] = {
+        {"free name beside", false, false, true, "a/lesson.wav", {}},
+        {"user's .wav beside", true, false, true, "fallback/lesson-1.wav", {}},
+        {"second user's file, next free name", true, false, true, "fallback/lesson-2.wav", {}},
+        {"read-only folder", false, true, true, "fallback/lesson-3.wav", {}},
+        {"taken, and nowhere else to go", true, false, false, "", {214}},
+    };
+    // Root may write anywhere, so the read-only case is skipped for root.
+    const bool root = geteuid() == 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.readOnlyFolder && root) continue;
+        host.Boxes().clear();
+        const std::string folder = scratch.Path() + "a/";
+        platform::CreateDirectory(folder);
+        chmod(folder.c_str(), 0755);
+        WriteAll(folder + "lesson.wzq", bytes);
+        platform::DeleteFile(folder + "lesson.wav");
+        if (c.usersWavBeside) WriteAll(folder + "lesson.wav", usersWav);
+        if (c.readOnlyFolder) chmod(folder.c_str(), 0555);
+
+        const std::string result = ConvertToWav(folder + "lesson.wzq", c.withFallback ? fallback : "");
+        chmod(folder.c_str(), 0755);
+        EXPECT_EQ(result, *c.expected ? scratch.Path() + c.expected : "");
+        EXPECT_EQ(host.BoxIds(), c.boxes);
+        if (c.usersWavBeside) EXPECT_EQ(ReadAll(folder + "lesson.wav"), usersWav);
+        if (!result.empty()) EXPECT_EQ(ReadAll(result).size(), 44u + 2 * 128);
+    }
 }
 
 TEST_F(EncodedAudioTest, TruncatedFileGivesTheDeclaredLengthWithSilentMissingFrames)

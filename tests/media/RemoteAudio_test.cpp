@@ -189,26 +189,33 @@ TEST_F(RemoteAudioTest, NextFileDeletesWhatTheSourceBefore)
         const char* name;
         const char* address;
         std::string path;
+        bool usersWavBeside;
         std::vector<std::string> gone;
         std::vector<std::string> kept;
     };
     const std::string l = local->Path();
+    // A converted file goes beside its source only where no file of the
+    // user's stands; only what the control made is deleted.
     const Case cases[] = {
-        {"local wav", nullptr, l + "lesson.wav", {}, {l + "lesson.wav"}},
-        {"local wzq", nullptr, l + "lesson.wzq", {l + "lesson.wav"}, {l + "lesson.wzq"}},
-        {"remote wav", "127.0.0.1", "/lesson.wav", {tempDir + "lesson.wav"}, {}},
-        {"remote wzq", "127.0.0.1", "/lesson.wzq", {tempDir + "lesson.wav", tempDir + "lesson.wzq"}, {}},
+        {"local wav", nullptr, l + "lesson.wav", true, {}, {l + "lesson.wav"}},
+        {"local wzq", nullptr, l + "lesson.wzq", false, {l + "lesson.wav"}, {l + "lesson.wzq"}},
+        {"local wzq beside a user's wav", nullptr, l + "lesson.wzq", true, {tempDir + "lesson-1.wav"},
+         {l + "lesson.wzq", l + "lesson.wav"}},
+        {"remote wav", "127.0.0.1", "/lesson.wav", false, {tempDir + "lesson.wav"}, {}},
+        {"remote wzq", "127.0.0.1", "/lesson.wzq", false, {tempDir + "lesson.wav", tempDir + "lesson.wzq"}, {}},
     };
     const std::string next = served->Path() + "lesson.wav";
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        WriteAll(l + "lesson.wav", wavBytes);
+        platform::DeleteFile(l + "lesson.wav");
+        if (c.usersWavBeside) WriteAll(l + "lesson.wav", wavBytes);
         const int16_t port = c.address != nullptr ? int16_t(http->Port()) : int16_t(-1);
         ASSERT_TRUE(control->SetPlayFilePath(c.address, port, c.path.c_str()));
         for (const std::string& file : c.gone) ASSERT_TRUE(platform::FileExists(file)) << file;
         ASSERT_TRUE(control->SetPlayFilePath(nullptr, -1, next.c_str()));
         for (const std::string& file : c.gone) EXPECT_FALSE(platform::FileExists(file)) << file;
         for (const std::string& file : c.kept) EXPECT_TRUE(platform::FileExists(file)) << file;
+        if (c.usersWavBeside) EXPECT_EQ(ReadAll(l + "lesson.wav"), wavBytes);
         EXPECT_TRUE(platform::FileExists(next));
     }
 }
