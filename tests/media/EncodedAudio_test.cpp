@@ -162,8 +162,12 @@ TEST_F(EncodedAudioTest, TheWavGoesBesideOnlyWhereNoUsersFileStands)
         chmod(folder.c_str(), 0755);
         EXPECT_EQ(result, *c.expected ? scratch.Path() + c.expected : "");
         EXPECT_EQ(host.BoxIds(), c.boxes);
-        if (c.usersWavBeside) EXPECT_EQ(ReadAll(folder + "lesson.wav"), usersWav);
-        if (!result.empty()) EXPECT_EQ(ReadAll(result).size(), 44u + 2 * 128);
+        if (c.usersWavBeside) {
+            EXPECT_EQ(ReadAll(folder + "lesson.wav"), usersWav);
+        }
+        if (!result.empty()) {
+            EXPECT_EQ(ReadAll(result).size(), 44u + 2 * 128);
+        }
     }
 }
 
