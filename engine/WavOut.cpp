@@ -123,6 +123,7 @@ BOOL CWavOut::StartPlay(const char* path)
 {
     uint16_t state = m_state.load();
     if (state == 1 || state == 2) return FALSE;
+    m_profile = m_requestedProfile.load();
 
     if (!OpenWaveFile(path)) {
         ReportMessage(208, "装载音频文件失败!");

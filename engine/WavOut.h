@@ -19,6 +19,12 @@ constexpr UINT WM_WORDSPEEDDONE = 1352;
 
 constexpr int kBufferCount = 4;
 
+// How the engine plays: classic keeps the original behaviour to the byte;
+// refined reads the file by its chunks, changes the tempo exactly and with
+// the channels apart, and tells the time of what is heard.
+constexpr int16_t kProfileClassic = 0;
+constexpr int16_t kProfileRefined = 1;
+
 // The playback engine: one open file, the output device, four buffers that
 // rotate through it, and the playing state. Called on the host's thread; the
 // device calls back on its own thread, where every returned buffer is read
@@ -46,6 +52,11 @@ public:
     void SetMixerFlag(BOOL bOpen) { m_bMixOn = bOpen; }
     BOOL GetMixerFlag() const { return m_bMixOn.load(); }
     void SetJustPlay(BOOL flag) { m_bJustPlay = flag; }
+    // The profile for the next start; a play under way keeps its own.
+    void SetPlaybackProfile(int16_t profile) { m_requestedProfile = profile; }
+    int16_t GetPlaybackProfile() const { return m_requestedProfile.load(); }
+    // The profile of the play under way (or the last one).
+    bool IsRefined() const { return m_profile == kProfileRefined; }
     // Starts an estimate of the speaking rate on a worker thread, which
     // posts WM_WORDSPEEDDONE; answers the minute of play the stretch was
     // taken for. Throws CFileException when the file can't be opened again.
@@ -111,6 +122,8 @@ private:
     bool AtEndOfFile() const;
 
     std::atomic<BOOL> m_bMixOn{0};
+    std::atomic<int16_t> m_requestedProfile{kProfileClassic};
+    int16_t m_profile = kProfileClassic;
     WavChunkHead m_dataChunk{};
     uint32_t m_factExtra = 0;
     std::atomic<uint16_t> m_state{0};

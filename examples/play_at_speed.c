@@ -15,11 +15,6 @@
 #include "tempvox/host.h"
 
 enum {
-    ID_SET_CHANGE_SPEED_LEVEL = 6,
-    ID_GET_TOTAL_PLAY_TIME = 9,
-    ID_STOP_PLAY = 14,
-    ID_SET_PLAY_FILE_PATH = 15,
-    ID_START_PLAY = 1,
     EVENT_PLAY_COMPLETE = 1,
 };
 
@@ -92,11 +87,14 @@ int main(int argc, char** argv)
     const char* modulePath = NULL;
     const char* device = "default";
     int level = 20;
+    int profile = TEMPVOX_PROFILE_CLASSIC;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--level") == 0 && i + 1 < argc) {
             level = atoi(argv[++i]);
         } else if (strcmp(argv[i], "--audio") == 0 && i + 1 < argc) {
             device = argv[++i];
+        } else if (strcmp(argv[i], "--refined") == 0) {
+            profile = TEMPVOX_PROFILE_REFINED;
         } else if (strcmp(argv[i], "--module") == 0 && i + 1 < argc) {
             modulePath = argv[++i];
         } else if (file == NULL) {
@@ -107,7 +105,7 @@ int main(int argc, char** argv)
         }
     }
     if (file == NULL) {
-        fprintf(stderr, "usage: %s FILE.wav [--level N] [--audio DEVICE] [--module PATH]\n", argv[0]);
+        fprintf(stderr, "usage: %s FILE.wav [--level N] [--refined] [--audio DEVICE] [--module PATH]\n", argv[0]);
         return 2;
     }
 
@@ -148,16 +146,24 @@ int main(int argc, char** argv)
     args[1].iVal = -1;
     args[2].vt = TEMPVOX_VT_BSTR;
     args[2].bstrVal = NULL;
-    if (TEMPVOX_SUCCEEDED(Call(control, ID_SET_PLAY_FILE_PATH, args, 3, &result)) && result.boolVal) {
+    if (TEMPVOX_SUCCEEDED(Call(control, TEMPVOX_DISPID_SetPlayFilePath, args, 3, &result)) && result.boolVal) {
         TempvoxVariant speed;
         memset(&speed, 0, sizeof speed);
         speed.vt = TEMPVOX_VT_I2;
         speed.iVal = (int16_t)level;
-        Call(control, ID_SET_CHANGE_SPEED_LEVEL, &speed, 1, NULL);
-        if (TEMPVOX_SUCCEEDED(Call(control, ID_START_PLAY, NULL, 0, &result)) && result.boolVal) {
-            Call(control, ID_GET_TOTAL_PLAY_TIME, NULL, 0, &result);
+        Call(control, TEMPVOX_DISPID_SetChangeSpeedLevel, &speed, 1, NULL);
+        /* The refined profile changes the tempo exactly, channels apart. */
+        TempvoxVariant profileValue;
+        memset(&profileValue, 0, sizeof profileValue);
+        profileValue.vt = TEMPVOX_VT_I2;
+        profileValue.iVal = (int16_t)profile;
+        Call(control, TEMPVOX_DISPID_SetPlaybackProfile, &profileValue, 1, NULL);
+        Call(control, TEMPVOX_DISPID_GetPlaybackProfile, NULL, 0, &result);
+        int activeProfile = result.iVal;
+        if (TEMPVOX_SUCCEEDED(Call(control, TEMPVOX_DISPID_StartPlay, NULL, 0, &result)) && result.boolVal) {
+            Call(control, TEMPVOX_DISPID_GetTotalPlayTime, NULL, 0, &result);
             int32_t totalMs = result.lVal;
-            printf("playing %s (%d ms) at speed level %d\n", file, (int)totalMs, level);
+            printf("playing %s (%d ms) at speed level %d, profile %d\n", file, (int)totalMs, level, activeProfile);
             fflush(stdout);
             /* At the slowest level play takes 2.5 times as long. */
             uint32_t timeoutMs = (uint32_t)totalMs * 3 + 5000;
@@ -169,7 +175,7 @@ int main(int argc, char** argv)
                 services->lpVtbl->PumpUntilEvent(services, EVENT_PLAY_COMPLETE, timeoutMs);
             }
             status = g_completed ? 0 : 1;
-            Call(control, ID_STOP_PLAY, NULL, 0, NULL);
+            Call(control, TEMPVOX_DISPID_StopPlay, NULL, 0, NULL);
         }
     } else {
         fprintf(stderr, "cannot open %s\n", file);

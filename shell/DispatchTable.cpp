@@ -57,6 +57,10 @@ const std::vector<MemberInfo>& ControlMembers()
         {32, "SetOneSentenceTimeSpan", V::Empty, {{"startTimePos", V::I4}, {"endTimePos", V::I4}}, false},
         {33, "GetWordSpeedByAsyn", V::I4, {{"fEpWordNum", V::R4}, {"timeSpan", V::I4}}, false},
         {34, "SetLanguageType", V::I2, {}, true},
+        // Beyond the original surface: the playback profile, 0 classic
+        // (the default of every control) and 1 refined.
+        {35, "SetPlaybackProfile", V::Empty, {{"profile", V::I2}}, false},
+        {36, "GetPlaybackProfile", V::I2, {}, false},
     };
     return members;
 }

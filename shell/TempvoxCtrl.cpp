@@ -1,6 +1,7 @@
 #include "shell/TempvoxCtrl.h"
 
 #include <cstdio>
+#include <stdexcept>
 
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
@@ -351,6 +352,8 @@ HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Varia
         return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
     } catch (const CArchiveException& failure) {
         return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
+    } catch (const std::invalid_argument& failure) {
+        return fail(DISP_E_EXCEPTION, std::string(member->name) + ": " + failure.what());
     }
     if (result != nullptr) *result = value;
     return S_OK;
@@ -402,6 +405,13 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
             return {};
         }
         return Variant::I2(GetLanguageType());
+    case 35:
+        if (a[0].intValue != kProfileClassic && a[0].intValue != kProfileRefined)
+            throw std::invalid_argument("profile must be 0 (classic) or 1 (refined), got " +
+                                        std::to_string(a[0].intValue));
+        m_wavOut.SetPlaybackProfile(static_cast<int16_t>(a[0].intValue));
+        return {};
+    case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
     default:
         return {};
     }

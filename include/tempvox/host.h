@@ -112,6 +112,54 @@ static const TempvoxGuid TEMPVOX_IID_PropertyPage =
 #define TEMPVOX_PROGID_CONTROL "TEMPVOX.TempvoxCtrl.1"
 #define TEMPVOX_PROGID_PROPPAGE "TEMPVOX.TempvoxPropPage.1"
 
+/* ------------------------------------------------------------ members */
+
+/* Dispatch ids of the control's members, for Invoke without a look-up by
+   name. 1 to 34 are the original surface (34 is the property
+   SetLanguageType); the ids after it are members of our own. */
+enum {
+    TEMPVOX_DISPID_StartPlay = 1,
+    TEMPVOX_DISPID_PausePlay = 2,
+    TEMPVOX_DISPID_ResumePlay = 3,
+    TEMPVOX_DISPID_SetVolume = 4,
+    TEMPVOX_DISPID_GetVolume = 5,
+    TEMPVOX_DISPID_SetChangeSpeedLevel = 6,
+    TEMPVOX_DISPID_GetChangeSpeedLevel = 7,
+    TEMPVOX_DISPID_GetPlayerState = 8,
+    TEMPVOX_DISPID_GetTotalPlayTime = 9,
+    TEMPVOX_DISPID_SetCurrentPlayTime = 10,
+    TEMPVOX_DISPID_GetCurrentPlayTime = 11,
+    TEMPVOX_DISPID_SpeedUp = 12,
+    TEMPVOX_DISPID_SpeedBack = 13,
+    TEMPVOX_DISPID_StopPlay = 14,
+    TEMPVOX_DISPID_SetPlayFilePath = 15,
+    TEMPVOX_DISPID_GetPlayFilePath = 16,
+    TEMPVOX_DISPID_SetMixSoundName = 17,
+    TEMPVOX_DISPID_SetMixerFlag = 18,
+    TEMPVOX_DISPID_GetMixerFlag = 19,
+    TEMPVOX_DISPID_CreateWavViewWnd = 20,
+    TEMPVOX_DISPID_GetWavViewCtrlHwnd = 21,
+    TEMPVOX_DISPID_AttachWavViewToFile = 22,
+    TEMPVOX_DISPID_CreateCaretForWavView = 23,
+    TEMPVOX_DISPID_GetIsSelectedWav = 24,
+    TEMPVOX_DISPID_SetLoopPlaySection = 25,
+    TEMPVOX_DISPID_ResetToPlayFromCurPos = 26,
+    TEMPVOX_DISPID_SetPlayFilePath2 = 27,
+    TEMPVOX_DISPID_DeleteAllDownedFile = 28,
+    TEMPVOX_DISPID_SetCountWordTimeSpan = 29,
+    TEMPVOX_DISPID_SetCountWordSquare = 30,
+    TEMPVOX_DISPID_SetJustPlay = 31,
+    TEMPVOX_DISPID_SetOneSentenceTimeSpan = 32,
+    TEMPVOX_DISPID_GetWordSpeedByAsyn = 33,
+    TEMPVOX_DISPID_SetLanguageType = 34,
+    TEMPVOX_DISPID_SetPlaybackProfile = 35,
+    TEMPVOX_DISPID_GetPlaybackProfile = 36
+};
+
+/* Values of SetPlaybackProfile. */
+#define TEMPVOX_PROFILE_CLASSIC 0
+#define TEMPVOX_PROFILE_REFINED 1
+
 /* ------------------------------------------------------------ values */
 
 enum {

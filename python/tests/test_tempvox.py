@@ -94,12 +94,15 @@ def test_registration_failures_name_the_step_that_failed(data_home):
 
 def test_members_are_methods_by_name_and_calls_are_checked(data_home):
     with Tempvox(module=MODULE) as player:
-        assert len(player.members) == 34
-        assert player.members[0] == "StartPlay" and player.members[-1] == "SetLanguageType"
+        # The original 34, the property last among them, then our own.
+        assert len(player.members) == 36
+        assert player.members[0] == "StartPlay" and player.members[33] == "SetLanguageType"
+        assert player.members[34:] == ["SetPlaybackProfile", "GetPlaybackProfile"]
         assert player.events == ["PlayComplete", "CountWordFire", "ComputeSNREvent", "PlayOneSentenceCompleted",
                                  "NewWordSpeedDone"]
-        for name in player.members[:-1]:
-            assert callable(getattr(player, name)), name
+        for name in player.members:
+            if name != "SetLanguageType":
+                assert callable(getattr(player, name)), name
         assert "strFilePath" in player.SetPlayFilePath.__doc__
 
         cases = [
@@ -121,6 +124,16 @@ def test_members_are_methods_by_name_and_calls_are_checked(data_home):
         assert player.GetChangeSpeedLevel() == -60
         with pytest.raises(ValueError):
             player.connect("NoSuchEvent", print)
+
+        # The playback profile: classic for a new control, refined on request,
+        # and nothing else.
+        assert player.GetPlaybackProfile() == 0
+        player.SetPlaybackProfile(1)
+        assert player.GetPlaybackProfile() == 1
+        with pytest.raises(TempvoxError) as raised:
+            player.SetPlaybackProfile(2)
+        assert "profile" in str(raised.value)
+        assert player.GetPlaybackProfile() == 1
 
 
 def test_failure_of_a_callback_comes_out_of_the_pump(data_home, speech):

@@ -215,7 +215,9 @@ TEST_F(RemoteAudioTest, NextFileDeletesWhatTheSourceBefore)
         ASSERT_TRUE(control->SetPlayFilePath(nullptr, -1, next.c_str()));
         for (const std::string& file : c.gone) EXPECT_FALSE(platform::FileExists(file)) << file;
         for (const std::string& file : c.kept) EXPECT_TRUE(platform::FileExists(file)) << file;
-        if (c.usersWavBeside) EXPECT_EQ(ReadAll(l + "lesson.wav"), wavBytes);
+        if (c.usersWavBeside) {
+            EXPECT_EQ(ReadAll(l + "lesson.wav"), wavBytes);
+        }
         EXPECT_TRUE(platform::FileExists(next));
     }
 }

@@ -3,6 +3,9 @@
 // persistence and verb.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <regex>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -45,6 +48,22 @@ TEST(TypeLibrarySource, CheckedInFileIsWrittenFromTheMemberTable)
     }
     EXPECT_EQ(checkedIn, generated) << "resources/Tempvox.odl is stale; the current text is in "
                                     << TEMPVOX_BINARY_DIR << "/Tempvox.odl.generated";
+}
+
+// A C host reaches members by the ids of the header; they must be the
+// table's, every one of them.
+TEST(HostHeader, MemberIdsAreTheTablesOwn)
+{
+    const std::string header = ReadText(std::string(TEMPVOX_SOURCE_DIR) + "/include/tempvox/host.h");
+    const std::regex idLine(R"(TEMPVOX_DISPID_(\w+) = (\d+))");
+    std::map<std::string, int> ids;
+    for (auto it = std::sregex_iterator(header.begin(), header.end(), idLine); it != std::sregex_iterator(); ++it)
+        ids[(*it)[1]] = std::stoi((*it)[2]);
+    EXPECT_EQ(ids.size(), ControlMembers().size());
+    for (const MemberInfo& member : ControlMembers()) {
+        ASSERT_EQ(ids.count(member.name), 1u) << member.name;
+        EXPECT_EQ(ids[member.name], member.id) << member.name;
+    }
 }
 
 class RegistryTest : public ::testing::Test {

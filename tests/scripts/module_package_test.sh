@@ -44,8 +44,9 @@ export XDG_DATA_HOME=$work/data
 # The sanitizer runtimes of a sanitized build must come first in a plain host.
 preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan|tsan)\.so/ {print $3}' | paste -sd: -)
 "$prefix/bin/tempvox" regsvr "$prefix/$libdir/libtempvox.so"
-LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 >"$work/host.out"
+LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 --refined >"$work/host.out"
 grep -q "event PlayComplete" "$work/host.out" || { echo "FAIL: no PlayComplete"; cat "$work/host.out"; exit 1; }
+grep -q "profile 1" "$work/host.out" || { echo "FAIL: the profile was not set from C"; cat "$work/host.out"; exit 1; }
 "$prefix/bin/tempvox" regsvr -u "$prefix/$libdir/libtempvox.so"
 if "$prefix/bin/tempvox" regsvr -u -s "$prefix/$libdir/libtempvox.so" 2>/dev/null; then
   echo "FAIL: unregistering twice succeeded"; exit 1
