@@ -44,12 +44,17 @@ public:
     // On success the device is finished: no callback runs any more.
     virtual MMRESULT Close() = 0;
     uint64_t Underruns();
+    // Bytes of the written headers, in write order, that have been heard
+    // or thrown away by a reset since the open.
+    uint64_t PassedBytes();
 
 protected:
     // Test hook of the manual device; real devices never fail on purpose.
     virtual bool FailsNow(const char* /*operation*/) { return false; }
     // Called with m_mutex held after a header joined the queue.
     virtual void OnQueued() {}
+    // How much of the front header has been heard so far; m_mutex held.
+    virtual uint64_t FrontHeardBytes() { return 0; }
 
     void Notify(UINT message, DWORD_PTR param1);
     // Takes the front header off the queue as done. m_mutex must be held.
@@ -63,6 +68,7 @@ protected:
     bool m_ranDry = false;
     bool m_closed = false;  // set under m_mutex once the close has gone through
     uint64_t m_underruns = 0;
+    uint64_t m_passed = 0;  // bytes of headers taken off the queue
 
 private:
     WaveOutProc m_callback;

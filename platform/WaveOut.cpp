@@ -69,9 +69,16 @@ uint64_t WaveDevice::Underruns()
     return m_underruns;
 }
 
+uint64_t WaveDevice::PassedBytes()
+{
+    std::lock_guard lock(m_mutex);
+    return m_passed + FrontHeardBytes();
+}
+
 WAVEHDR* WaveDevice::PopDone()
 {
     WAVEHDR* header = m_queue.front().header;
+    m_passed += m_queue.front().length;
     m_queue.pop_front();
     header->dwFlags = (header->dwFlags & ~WHDR_INQUEUE) | WHDR_DONE;
     if (m_queue.empty() && !m_paused)
@@ -85,6 +92,7 @@ std::vector<WAVEHDR*> WaveDevice::TakeAllDone()
     headers.reserve(m_queue.size());
     for (QueuedBuffer& entry : m_queue) {
         entry.header->dwFlags = (entry.header->dwFlags & ~WHDR_INQUEUE) | WHDR_DONE;
+        m_passed += entry.length;
         headers.push_back(entry.header);
     }
     m_queue.clear();
@@ -295,6 +303,17 @@ uint64_t waveOutGetUnderruns(HWAVEOUT device)
 {
     auto found = Find(device);
     return found ? found->Underruns() : 0;
+}
+
+MMRESULT waveOutGetPosition(HWAVEOUT device, uint64_t* bytes)
+{
+    auto found = Find(device);
+    if (!found)
+        return MMSYSERR_INVALHANDLE;
+    if (bytes == nullptr)
+        return MMSYSERR_INVALPARAM;
+    *bytes = found->PassedBytes();
+    return MMSYSERR_NOERROR;
 }
 
 namespace platform {

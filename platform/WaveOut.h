@@ -86,6 +86,12 @@ MMRESULT waveOutClose(HWAVEOUT device);
 // Times the queue ran empty while playing (not paused, not reset).
 uint64_t waveOutGetUnderruns(HWAVEOUT device);
 
+// Where the device stands in what was written to it: bytes of the written
+// headers, counted in write order, that have been heard (or, for a reset,
+// thrown away) since the open. Lets the owner tell which of its samples is
+// being heard now.
+MMRESULT waveOutGetPosition(HWAVEOUT device, uint64_t* bytes);
+
 namespace platform {
 
 // Which kind of device waveOutOpen makes. Chosen by the host program for

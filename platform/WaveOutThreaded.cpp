@@ -220,6 +220,17 @@ private:
         }
     }
 
+    uint64_t FrontHeardBytes() override
+    {
+        if (m_queue.empty())
+            return 0;
+        const QueuedBuffer& front = m_queue.front();
+        if (front.copied == 0 && !front.stamped)
+            return 0;
+        const uint64_t played = m_sink->Played();
+        return played <= front.startAt ? 0 : std::min<uint64_t>(played - front.startAt, front.copied);
+    }
+
     bool FrontHeard()
     {
         if (m_queue.empty() || !m_queue.front().stamped)

@@ -667,3 +667,55 @@ TEST_F(WaveOutTest, DevicesThatCannotOpenLeaveNothingBehind)
 }
 
 }  // namespace
+
+namespace {
+
+uint64_t Position(HWAVEOUT device)
+{
+    uint64_t bytes = UINT64_MAX;
+    EXPECT_EQ(waveOutGetPosition(device, &bytes), MMSYSERR_NOERROR);
+    return bytes;
+}
+
+}  // namespace
+
+// The position counts the written bytes in order as they are heard, and a
+// reset passes over whatever was still queued, so an owner that numbers its
+// bytes as it writes them can always tell which one is being heard.
+TEST_F(WaveOutTest, PositionCountsWrittenBytesAsTheyAreHeardOrThrownAway)
+{
+    UseBackend(AudioBackend::Manual);
+    Listener listener;
+    HWAVEOUT device = nullptr;
+    ASSERT_EQ(OpenDevice(&device, listener, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    ManualWaveOut* manual = ManualWaveOut::Current();
+    Block blocks[] = {Block(100), Block(200), Block(300), Block(50)};
+    EXPECT_EQ(Position(device), 0u);
+    ASSERT_TRUE(PrepareAndWrite(device, blocks));
+    const uint64_t afterSteps[] = {100, 300};
+    for (uint64_t expected : afterSteps) {
+        ASSERT_TRUE(manual->Step());
+        EXPECT_EQ(Position(device), expected);
+    }
+    ASSERT_EQ(waveOutReset(device), MMSYSERR_NOERROR);
+    EXPECT_EQ(Position(device), 650u) << "the reset passed over 300 + 50 queued bytes";
+    uint64_t unused = 0;
+    EXPECT_EQ(waveOutGetPosition(nullptr, &unused), MMSYSERR_INVALHANDLE);
+    EXPECT_EQ(waveOutGetPosition(device, nullptr), MMSYSERR_INVALPARAM);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+
+    // On the paced null device the position moves within a header, at the
+    // byte rate: 8000 bytes a second, so 1600 bytes take 200 ms.
+    UseBackend(AudioBackend::Null);
+    Listener paced;
+    ASSERT_EQ(OpenDevice(&device, paced, Format(1, 8000, 8)), MMSYSERR_NOERROR);
+    Block long_[] = {Block(1600)};
+    ASSERT_TRUE(PrepareAndWrite(device, long_));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const uint64_t midway = Position(device);
+    EXPECT_GT(midway, 200u);
+    EXPECT_LT(midway, 1600u);
+    ASSERT_TRUE(paced.WaitForDone(1));
+    EXPECT_EQ(Position(device), 1600u);
+    ASSERT_EQ(waveOutClose(device), MMSYSERR_NOERROR);
+}
