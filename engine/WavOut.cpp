@@ -15,6 +15,10 @@
 
 namespace {
 
+// A tenth of a second of the fastest stream a device takes: 768 kHz, eight
+// channels of 16 bits.
+constexpr uint32_t kLargestReadSize = 768000u * 8u * 2u / 10u;
+
 void ShowDirectBox(const char* text)
 {
     MessageBoxA(nullptr, text, "提示", MB_OK);
@@ -53,7 +57,8 @@ bool CWavOut::OpenWaveFile(const char* path)
 
     CFile stream;
     if (!stream.Open(path, CFile::modeRead | CFile::typeBinary)) return false;
-    if (ReadWaveHeader(stream, m_format, m_dataChunk, m_factExtra) == 0) {
+    if (ReadWaveHeader(stream, m_format, m_dataChunk, m_factExtra) == 0 ||
+        !ByteRateFitsFile(m_format, stream.GetLength())) {
         stream.Close();
         ReportMessage(206, "不支持的音频格式！对不起，不能播放！");
         return false;
@@ -131,6 +136,9 @@ BOOL CWavOut::StartPlay(const char* path)
     }
 
     m_readSize = static_cast<uint32_t>(static_cast<double>(m_format.avgBytesPerSec) * 0.1);
+    // The head passed its checks, but a consistent head may still state a
+    // rate no device plays; the buffers never grow past what one would.
+    m_readSize = std::min(m_readSize, kLargestReadSize);
     m_bufferCapacity = 10 * m_readSize;
     m_buffersPerSpan = static_cast<int32_t>(m_spanMs / 100.0);
 
@@ -292,7 +300,8 @@ void CWavOut::LoadMixSound(const char* path)
     CFile stream;
     if (!stream.Open(path, CFile::modeRead | CFile::typeBinary)) return;
     uint32_t factExtra = 0;
-    if (ReadWaveHeader(stream, m_noiseFormat, m_noiseChunk, factExtra) == 0) {
+    if (ReadWaveHeader(stream, m_noiseFormat, m_noiseChunk, factExtra) == 0 ||
+        !ByteRateFitsFile(m_noiseFormat, stream.GetLength())) {
         stream.Close();
         ReportMessage(215, "不支持的音频格式！对不起，不能打开干扰音文件！");
         return;

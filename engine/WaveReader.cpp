@@ -75,6 +75,16 @@ int ReadWaveHeader(CFile& stream, WavFormatRecord& format, WavChunkHead& chunk, 
     return 1;
 }
 
+bool ByteRateFitsFile(const WavFormatRecord& format, uint64_t fileLength)
+{
+    constexpr uint32_t kSlowestByteRate = 10;
+    if (format.avgBytesPerSec < kSlowestByteRate) return false;
+    const uint64_t stated = format.avgBytesPerSec;
+    const uint64_t implied = static_cast<uint64_t>(format.samplesPerSec) * format.blockAlign;
+    const uint64_t difference = stated > implied ? stated - implied : implied - stated;
+    return difference <= fileLength;
+}
+
 WAVEFORMATEX ToWaveFormat(const WavFormatRecord& format)
 {
     WAVEFORMATEX waveFormat{};

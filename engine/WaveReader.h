@@ -30,5 +30,12 @@ struct WavFormatRecord {
 // stands where reading stopped.
 int ReadWaveHeader(CFile& stream, WavFormatRecord& format, WavChunkHead& chunk, uint32_t& factExtra);
 
+// Whether the head's byte rate can time a file of `fileLength` bytes. The
+// engine reads a tenth of it per block and converts between bytes and time
+// with it, so a rate below 10 reads nothing and never reaches the end, and a
+// rate that differs from samplesPerSec x blockAlign by more bytes than the
+// whole file holds is no writer's rounding: it only sizes absurd buffers.
+bool ByteRateFitsFile(const WavFormatRecord& format, uint64_t fileLength);
+
 // The record handed to the device: the six format fields and cbSize 0.
 WAVEFORMATEX ToWaveFormat(const WavFormatRecord& format);

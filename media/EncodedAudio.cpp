@@ -1,5 +1,6 @@
 #include "media/EncodedAudio.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -61,11 +62,32 @@ EncodedHeader ParseRecord(const uint8_t* record)
     return header;
 }
 
-// Below 8 bytes a frame's decoded size wraps around, and without a channel
-// there is no sample to write: such headers are as unusable as a foreign one.
+// Below 8 bytes a frame's decoded size wraps around, a frame of its head
+// alone decodes to nothing (four billion of them would only keep the loop
+// busy), and without a channel there is no sample to write: such headers are
+// as unusable as a foreign one.
 bool IsUsable(const EncodedHeader& header)
 {
-    return header.channels > 0 && header.frameBytes >= kFrameHeadBytes && header.frameBytes <= kLargestFrameBytes;
+    return header.channels > 0 && header.frameBytes > kFrameHeadBytes && header.frameBytes <= kLargestFrameBytes;
+}
+
+// The whole frames behind the header, never more than it promises. A frame
+// cut short is not decoded: its missing bytes would only be invented.
+uint32_t FramesHeld(const EncodedHeader& header, uint64_t fileLength)
+{
+    const uint64_t payload = fileLength > kEncodedHeaderBytes ? fileLength - kEncodedHeaderBytes : 0;
+    const uint64_t whole = payload / header.frameBytes;
+    return whole < header.frameCount ? static_cast<uint32_t>(whole) : header.frameCount;
+}
+
+// Reads and checks the header at the start of an open file.
+bool ReadUsableHeader(CFile& encoded, uint8_t (&record)[kEncodedHeaderBytes], EncodedHeader& header)
+{
+    encoded.Seek(0, CFile::begin);
+    // A file shorter than a header leaves the rest of the record zero.
+    encoded.Read(record, kEncodedHeaderBytes);
+    header = ParseRecord(record);
+    return HasKnownMagic(record) && IsUsable(header);
 }
 
 void BuildWavHeader(const EncodedHeader& header, uint32_t dataBytes, uint8_t* out)
@@ -103,7 +125,20 @@ std::string ConvertToWav(const std::string& path, const std::string& fallbackFol
     return ConvertToWavWith(path, kCodecLibraryName, fallbackFolder);
 }
 
-std::string ConvertToWavWith(const std::string& path, const char* libraryName, const std::string& fallbackFolder)
+bool ReadEncodedFrameCounts(const std::string& path, EncodedFrameCounts& counts)
+{
+    CFile encoded;
+    if (!encoded.Open(path.c_str(), CFile::modeRead | CFile::typeBinary)) return false;
+    uint8_t record[kEncodedHeaderBytes] = {};
+    EncodedHeader header;
+    if (!ReadUsableHeader(encoded, record, header)) return false;
+    counts.declared = header.frameCount;
+    counts.held = FramesHeld(header, encoded.GetLength());
+    return true;
+}
+
+std::string ConvertToWavWith(const std::string& path, const char* libraryName, const std::string& fallbackFolder,
+                             EncodedFrameCounts* counts)
 {
     OutputDebugStringA(("changewzqtowav-wav name:" + WavPathFor(path) + "\n").c_str());
 
@@ -112,18 +147,23 @@ std::string ConvertToWavWith(const std::string& path, const char* libraryName, c
         ReportMessage(213, "指定的音频文件不存在，不能播放!");
         return std::string();
     }
-    encoded.Seek(0, CFile::begin);
     uint8_t record[kEncodedHeaderBytes] = {};
-    encoded.Read(record, kEncodedHeaderBytes);
-    const EncodedHeader header = ParseRecord(record);
-    if (!HasKnownMagic(record) || !IsUsable(header)) {
+    EncodedHeader header;
+    if (!ReadUsableHeader(encoded, record, header)) {
         encoded.Close();
         OutputDebugStringA("changewzqtowav-格式不准确\n");
         return std::string();
     }
 
+    // Only the frames the file holds are decoded, and the head promises
+    // exactly those: a header's count alone once asked for terabytes.
+    const uint32_t framesHeld = FramesHeld(header, encoded.GetLength());
+    if (counts != nullptr) *counts = EncodedFrameCounts{header.frameCount, framesHeld};
     const uint32_t pcmFrameBytes = 4 * header.frameBytes - 32;
-    const uint32_t dataBytes = header.frameCount * pcmFrameBytes;
+    // A .wav's lengths are 32-bit: never promise more frames than they can count.
+    const uint32_t framesWritten =
+        static_cast<uint32_t>(std::min<uint64_t>(framesHeld, (0xFFFFFFFFull - 36) / pcmFrameBytes));
+    const uint32_t dataBytes = framesWritten * pcmFrameBytes;
     uint8_t wavHeader[kWavHeaderBytes];
     BuildWavHeader(header, dataBytes, wavHeader);
 
@@ -151,10 +191,10 @@ std::string ConvertToWavWith(const std::string& path, const char* libraryName, c
         return std::string();
     }
 
-    for (uint32_t frame = 0; frame < header.frameCount; ++frame) {
+    for (uint32_t frame = 0; frame < framesWritten; ++frame) {
         const uint32_t got = encoded.Read(frameBuffer.get(), header.frameBytes);
-        // Past the end of a truncated file the frame reads as zeros, which
-        // decode to silence instead of repeating the last frame that was read.
+        // Should the file shrink under us, the rest reads as zeros, which
+        // decode to silence, so the data still matches the head.
         std::memset(frameBuffer.get() + got, 0, header.frameBytes - got);
         decode(record, pcmBuffer.get(), frameBuffer.get());
         wav.Write(pcmBuffer.get(), pcmFrameBytes);

@@ -12,6 +12,15 @@
 namespace platform {
 namespace {
 
+// Set from a signal handler, read by the transfer loop and curl's progress
+// callback: it must be lock-free to be touched from a handler at all.
+std::atomic<bool> g_cancelled{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+// How long the transfer loop waits on the sockets before it looks at the
+// cancel again: the most a cancel can take to be noticed.
+constexpr int kCancelCheckMs = 50;
+
 void InitialiseTransportOnce()
 {
     // curl's global set-up is not thread-safe; doing it once up front keeps
@@ -47,6 +56,7 @@ struct StallWatch {
 
 int CheckForStall(void* watchData, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
 {
+    if (g_cancelled.load(std::memory_order_relaxed)) return 1;
     StallWatch& watch = *static_cast<StallWatch*>(watchData);
     const auto now = std::chrono::steady_clock::now();
     if (received + sent != watch.lastReceived) {
@@ -88,6 +98,52 @@ HRESULT ResultOfTransfer(CURLcode code)
     }
 }
 
+// curl_easy_perform waits on the sockets for up to a second at a time and
+// calls the progress callback only between waits; this loop waits in short
+// slices so that a cancel ends a quiet transfer at once.
+CURLcode RunUntilDoneOrCancelled(CURL* handle)
+{
+    CURLM* multi = curl_multi_init();
+    if (multi == nullptr) return CURLE_OUT_OF_MEMORY;
+    if (curl_multi_add_handle(multi, handle) != CURLM_OK) {
+        curl_multi_cleanup(multi);
+        return CURLE_FAILED_INIT;
+    }
+    CURLcode code = CURLE_OK;
+    bool done = false;
+    while (!done) {
+        if (g_cancelled.load()) {
+            code = CURLE_ABORTED_BY_CALLBACK;
+            break;
+        }
+        int running = 0;
+        if (curl_multi_perform(multi, &running) != CURLM_OK) {
+            code = CURLE_FAILED_INIT;
+            break;
+        }
+        int queued = 0;
+        while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+            if (message->msg == CURLMSG_DONE && message->easy_handle == handle) {
+                code = message->data.result;
+                done = true;
+            }
+        }
+        if (done) break;
+        if (running == 0) {
+            // Finished without a message: nothing more will come.
+            code = CURLE_GOT_NOTHING;
+            break;
+        }
+        if (curl_multi_poll(multi, nullptr, 0, kCancelCheckMs, nullptr) != CURLM_OK) {
+            code = CURLE_FAILED_INIT;
+            break;
+        }
+    }
+    curl_multi_remove_handle(multi, handle);
+    curl_multi_cleanup(multi);
+    return code;
+}
+
 HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limits)
 {
     CURL* handle = curl_easy_init();
@@ -108,16 +164,33 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
     curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, WriteToFile);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, file);
-    CURLcode code = curl_easy_perform(handle);
+    CURLcode code = RunUntilDoneOrCancelled(handle);
     curl_easy_cleanup(handle);
+    if (g_cancelled.load()) return kDownloadCancelled;
     return ResultOfTransfer(code);
 }
 
 }  // namespace
 
+void CancelDownloads()
+{
+    g_cancelled.store(true);
+}
+
+void ResumeDownloads()
+{
+    g_cancelled.store(false);
+}
+
+bool DownloadsCancelled()
+{
+    return g_cancelled.load();
+}
+
 HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
 {
     if (url.empty() || target.empty()) return kDownloadBadAddress;
+    if (g_cancelled.load()) return kDownloadCancelled;
     InitialiseTransportOnce();
 
     std::string partial = PartialNameFor(target);

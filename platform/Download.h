@@ -16,6 +16,18 @@ constexpr HRESULT kDownloadCannotConnect = static_cast<HRESULT>(0x800C0004u);
 constexpr HRESULT kDownloadNotFound = static_cast<HRESULT>(0x800C0005u);
 constexpr HRESULT kDownloadFailed = static_cast<HRESULT>(0x800C0008u);
 constexpr HRESULT kDownloadFileError = static_cast<HRESULT>(0x80004005u);
+// Stopped by CancelDownloads; never worth another try.
+constexpr HRESULT kDownloadCancelled = static_cast<HRESULT>(0x800704C7u);
+
+// Stops every download in progress within a few hundredths of a second, and
+// makes every download started later fail with kDownloadCancelled before it
+// sends a request, until ResumeDownloads. It only stores to a lock-free
+// atomic, so a signal handler may call it (a tool's Ctrl-C while naming a
+// file held up by a stalled server).
+void CancelDownloads();
+// Lets downloads run again after a cancel.
+void ResumeDownloads();
+bool DownloadsCancelled();
 
 struct DownloadLimits {
     // Time allowed to make the connection.

@@ -1,5 +1,6 @@
 #include "platform/File.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
@@ -50,10 +51,13 @@ bool CFile::Open(const char* path, unsigned flags)
     Abort();
     if (path == nullptr)
         return false;
-    int fd;
-    do {
-        fd = ::open(path, OpenModeFor(flags), 0666);
-    } while (fd < 0 && errno == EINTR);
+    const bool reading = (flags & (modeWrite | modeReadWrite | modeCreate)) == 0;
+    int fd = reading ? platform::OpenRegularFileForReading(path) : -1;
+    if (!reading) {
+        do {
+            fd = ::open(path, OpenModeFor(flags), 0666);
+        } while (fd < 0 && errno == EINTR);
+    }
     m_fd = fd;
     return m_fd >= 0;
 }
@@ -137,6 +141,31 @@ void CFile::Abort()
 
 namespace platform {
 
+int OpenRegularFileForReading(const std::string& path)
+{
+    // A FIFO would hold the open itself until a writer came, and a device
+    // such as /dev/zero reads without end: the open must not wait, and only
+    // a regular file, whose length is known, is taken.
+    int fd;
+    do {
+        fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+        return -1;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        errno = EINVAL;
+        return -1;
+    }
+    // Reads of a regular file never wait anyway; the flag goes so that the
+    // descriptor behaves as any other.
+    const int status = ::fcntl(fd, F_GETFL);
+    if (status >= 0)
+        ::fcntl(fd, F_SETFL, status & ~O_NONBLOCK);
+    return fd;
+}
+
 std::string ExecutablePath()
 {
     char path[PATH_MAX];
@@ -185,11 +214,11 @@ bool DeleteFile(const std::string& path)
 
 bool CopyFile(const std::string& from, const std::string& to, bool failIfExists)
 {
-    int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    int source = OpenRegularFileForReading(from);
     if (source < 0)
         return false;
     struct stat info;
-    if (::fstat(source, &info) != 0 || S_ISDIR(info.st_mode)) {
+    if (::fstat(source, &info) != 0) {
         ::close(source);
         return false;
     }
@@ -207,8 +236,11 @@ bool CopyFile(const std::string& from, const std::string& to, bool failIfExists)
     }
     bool ok = true;
     char chunk[1 << 16];
-    for (;;) {
-        ssize_t n = ::read(source, chunk, sizeof chunk);
+    // No more than the length at the start: a file that keeps growing while
+    // it is copied would otherwise be copied without end.
+    uint64_t left = static_cast<uint64_t>(info.st_size);
+    while (left > 0) {
+        ssize_t n = ::read(source, chunk, static_cast<size_t>(std::min<uint64_t>(sizeof chunk, left)));
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0) {
@@ -222,6 +254,7 @@ bool CopyFile(const std::string& from, const std::string& to, bool failIfExists)
             ok = false;
             break;
         }
+        left -= static_cast<uint64_t>(n);
     }
     ::close(source);
     if (::close(target) != 0)

@@ -21,6 +21,8 @@ public:
     CFile(const CFile&) = delete;
     CFile& operator=(const CFile&) = delete;
 
+    // Opened for reading (no write or create flag), only a regular file is
+    // taken, and the open never waits.
     bool Open(const char* path, unsigned flags);
     // Bytes actually read; 0 at the end, on an error, or when not open.
     uint32_t Read(void* buffer, uint32_t count);
@@ -39,6 +41,10 @@ private:
 };
 
 namespace platform {
+// A descriptor of a regular file opened for reading, or -1. The open never
+// waits (a FIFO would wait for a writer), and anything but a regular file
+// (a FIFO, a device, a folder) is refused.
+int OpenRegularFileForReading(const std::string& path);
 // Path of the running executable (from /proc/self/exe).
 std::string ExecutablePath();
 bool FileExists(const std::string& path);

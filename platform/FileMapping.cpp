@@ -1,5 +1,7 @@
 #include "platform/FileMapping.h"
 
+#include "platform/File.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -45,7 +47,7 @@ CMappableFile::~CMappableFile()
 bool CMappableFile::Open(const std::string& path)
 {
     Close();
-    m_fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    m_fd = platform::OpenRegularFileForReading(path);
     return m_fd >= 0;
 }
 

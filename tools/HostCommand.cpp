@@ -1,12 +1,10 @@
 // `tempvox host`: a container for trying and testing the control from a
 // terminal or a script. One command a line in, one JSON object a line out.
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <mutex>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,6 +23,7 @@
 #include "media/AudioLocator.h"
 #include "shell/TempvoxCtrl.h"
 #include "tools/Commands.h"
+#include "tools/HostScript.h"
 #include "tools/Json.h"
 
 namespace {
@@ -57,154 +56,7 @@ std::string VariantJson(const Variant& value)
     return "null";
 }
 
-// ---------------------------------------------------------------- parsing
-
-struct Token {
-    enum Kind { Integer, Decimal, Boolean, String, Null, Word } kind;
-    std::string text;
-    long long integer = 0;
-    double decimal = 0.0;
-    std::optional<std::string> string;
-};
-
-bool ParseQuoted(const std::string& line, size_t& at, std::string& out, std::string& error)
-{
-    ++at;  // opening quote
-    while (at < line.size()) {
-        char c = line[at++];
-        if (c == '"') return true;
-        if (c != '\\') {
-            out += c;
-            continue;
-        }
-        if (at >= line.size()) break;
-        char e = line[at++];
-        switch (e) {
-        case 'n': out += '\n'; break;
-        case 't': out += '\t'; break;
-        case 'r': out += '\r'; break;
-        case '0': out += '\0'; break;
-        case '\\': out += '\\'; break;
-        case '"': out += '"'; break;
-        case 'x': {
-            size_t used = 0;
-            int value = 0;
-            while (used < 2 && at < line.size() && std::isxdigit(static_cast<unsigned char>(line[at]))) {
-                value = value * 16 + std::stoi(std::string(1, line[at]), nullptr, 16);
-                ++at;
-                ++used;
-            }
-            if (used == 0) {
-                error = "bad \\x escape";
-                return false;
-            }
-            out += static_cast<char>(value);
-            break;
-        }
-        default:
-            error = std::string("unknown escape \\") + e;
-            return false;
-        }
-    }
-    error = "unterminated string";
-    return false;
-}
-
-// "@hostwnd" in a line stands for the host window's handle, so that a
-// script can hand it to CreateWavViewWnd.
-HWND g_hostWindow = nullptr;
-
-bool Tokenize(const std::string& line, std::vector<Token>& tokens, std::string& error)
-{
-    size_t at = 0;
-    while (true) {
-        while (at < line.size() && std::isspace(static_cast<unsigned char>(line[at]))) ++at;
-        if (at >= line.size()) return true;
-        Token token{};
-        if (line[at] == '"') {
-            std::string text;
-            if (!ParseQuoted(line, at, text, error)) return false;
-            token.kind = Token::String;
-            token.string = text;
-            tokens.push_back(token);
-            continue;
-        }
-        size_t start = at;
-        while (at < line.size() && !std::isspace(static_cast<unsigned char>(line[at]))) ++at;
-        token.text = line.substr(start, at - start);
-        const char* begin = token.text.c_str();
-        char* end = nullptr;
-        errno = 0;
-        long long integer = std::strtoll(begin, &end, 10);
-        if (end != begin && *end == '\0' && errno == 0) {
-            token.kind = Token::Integer;
-            token.integer = integer;
-        } else {
-            double decimal = std::strtod(begin, &end);
-            if (end != begin && *end == '\0' && (std::isdigit(static_cast<unsigned char>(token.text.back())) ||
-                                                 token.text.back() == '.')) {
-                token.kind = Token::Decimal;
-                token.decimal = decimal;
-            } else if (token.text == "true" || token.text == "false") {
-                token.kind = Token::Boolean;
-                token.integer = token.text == "true" ? 1 : 0;
-            } else if (token.text == "null") {
-                token.kind = Token::Null;
-            } else if (token.text == "@hostwnd") {
-                token.kind = Token::Integer;
-                token.integer = static_cast<long long>(reinterpret_cast<uintptr_t>(g_hostWindow));
-            } else {
-                token.kind = Token::Word;
-            }
-        }
-        tokens.push_back(token);
-    }
-}
-
-// A literal becomes the declared type where it fits; otherwise it keeps its
-// own type and the dispatch layer answers the mismatch.
-bool ToVariant(const Token& token, VarType declared, Variant& out, std::string& error)
-{
-    switch (token.kind) {
-    case Token::Integer:
-        if (declared == VarType::I2) {
-            // Shorts take their 16-bit pattern: 65535 is -1, as a host's
-            // unsigned value would arrive.
-            if (token.integer < -32768 || token.integer > 65535) {
-                error = "value " + token.text + " does not fit a short";
-                return false;
-            }
-            out = Variant::I2(static_cast<int16_t>(static_cast<uint16_t>(token.integer)));
-        } else if (declared == VarType::Bool) {
-            out = Variant::Bool(token.integer != 0);
-        } else if (declared == VarType::R4) {
-            out = Variant::R4(static_cast<float>(token.integer));
-        } else {
-            if (token.integer < INT32_MIN || token.integer > UINT32_MAX) {
-                error = "value " + token.text + " does not fit a long";
-                return false;
-            }
-            out = Variant::I4(static_cast<int32_t>(static_cast<uint32_t>(token.integer)));
-        }
-        return true;
-    case Token::Decimal:
-        out = Variant::R4(static_cast<float>(token.decimal));
-        return true;
-    case Token::Boolean:
-        out = Variant::Bool(static_cast<int32_t>(token.integer));
-        return true;
-    case Token::String:
-        out = Variant::Str(token.string);
-        return true;
-    case Token::Null:
-        out = Variant::Str(std::nullopt);
-        return true;
-    case Token::Word:
-        error = "cannot read argument '" + token.text + "'";
-        return false;
-    }
-    return false;
-}
+using hostscript::Token;
 
 // ---------------------------------------------------------------- host UI
 
@@ -321,7 +173,6 @@ int Container::Run(std::istream& input)
                                        }
                                        return DefWindowProcA(window, message, wParam, lParam);
                                    });
-    g_hostWindow = m_hostWindow;
     EmitLine("{\"hostwnd\":" + std::to_string(reinterpret_cast<uintptr_t>(m_hostWindow)) + "}");
     m_control = std::make_unique<CTempvoxCtrl>();
     m_control->SetEventSink([this](DISPID id, const std::vector<Variant>& args) { OnEvent(id, args); });
@@ -338,24 +189,21 @@ int Container::Run(std::istream& input)
     // temporary folder goes too, as after the other tools.
     if (platform::TerminationSignal() != 0) RemoveTempFolderIfEmpty(tempFolder);
     DestroyWindow(m_hostWindow);
-    g_hostWindow = nullptr;
     return 0;
 }
 
 void Container::RunLine(const std::string& line)
 {
-    size_t first = line.find_first_not_of(" \t");
-    if (first == std::string::npos || line[first] == ';') return;
-    std::string command = line.substr(first);
-    std::string word = command.substr(0, command.find_first_of(" \t"));
-    if (word == "echo") {
-        size_t textStart = command.find_first_not_of(" \t", 4);
-        EmitLine("{\"echo\":" + JsonString(textStart == std::string::npos ? "" : command.substr(textStart)) + "}");
-        return;
+    const hostscript::Line parsed =
+        hostscript::ParseLine(line, static_cast<long long>(reinterpret_cast<uintptr_t>(m_hostWindow)));
+    switch (parsed.kind) {
+    case hostscript::Line::Blank: return;
+    case hostscript::Line::Echo: return EmitLine("{\"echo\":" + JsonString(parsed.text) + "}");
+    case hostscript::Line::Error: return EmitError(parsed.text);
+    case hostscript::Line::Command: break;
     }
-    std::vector<Token> tokens;
-    std::string error;
-    if (!Tokenize(command, tokens, error)) return EmitError(error + ": " + command);
+    const std::string& word = parsed.word;
+    const std::vector<Token>& tokens = parsed.tokens;
     if (word == "quit") {
         m_quit = true;
     } else if (word == "pump") {
@@ -386,45 +234,16 @@ void Container::RunLine(const std::string& line)
 
 void Container::RunMemberLine(const std::vector<Token>& tokens)
 {
-    const std::string& name = tokens[0].text;
-    const MemberInfo* member = nullptr;
-    if (!name.empty() && name[0] == '#') {
-        char* end = nullptr;
-        long id = std::strtol(name.c_str() + 1, &end, 10);
-        member = (end != name.c_str() + 1 && *end == '\0') ? FindMember(static_cast<DISPID>(id)) : nullptr;
-        if (member == nullptr) return EmitError("unknown member " + name);
-    } else {
-        member = FindMemberByName(name.c_str());
-        if (member == nullptr) return EmitError("unknown member or command '" + name + "'");
-    }
-
-    InvokeKind kind = InvokeKind::Method;
-    size_t firstArgument = 1;
-    if (member->isProperty) {
-        kind = InvokeKind::PropertyGet;
-        if (tokens.size() >= 2 && tokens[1].kind == Token::Word && tokens[1].text == "=") {
-            kind = InvokeKind::PropertyPut;
-            firstArgument = 2;
-        }
-    }
-    std::vector<Variant> args;
-    std::vector<ParamInfo> declared =
-        kind == InvokeKind::PropertyPut ? std::vector<ParamInfo>{{"value", member->result}} : member->params;
-    for (size_t i = firstArgument; i < tokens.size(); ++i) {
-        size_t index = i - firstArgument;
-        VarType type = index < declared.size() ? declared[index].type : VarType::I4;
-        Variant value;
-        std::string error;
-        if (!ToVariant(tokens[i], type, value, error)) return EmitError(std::string(member->name) + ": " + error);
-        args.push_back(value);
-    }
-
-    Variant result;
+    hostscript::MemberCall call;
     std::string error;
-    HRESULT hr = m_control->Invoke(member->id, kind, args, &result, &error);
+    if (!hostscript::ReadMemberCall(tokens, call, error)) return EmitError(error);
+    Variant result;
+    HRESULT hr = m_control->Invoke(call.member->id, call.kind, call.args, &result, &error);
     if (hr != S_OK) return EmitError(error);
-    std::string json = "{\"call\":" + JsonString(member->name);
-    if (kind != InvokeKind::PropertyPut && member->result != VarType::Empty) json += ",\"result\":" + VariantJson(result);
+    std::string json = "{\"call\":" + JsonString(call.member->name);
+    if (call.kind != InvokeKind::PropertyPut && call.member->result != VarType::Empty) {
+        json += ",\"result\":" + VariantJson(result);
+    }
     EmitLine(json + "}");
 }
 

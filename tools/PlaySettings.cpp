@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "media/AudioLocator.h"
+#include "media/EncodedAudio.h"
 #include "platform/Messages.h"
 
 namespace {
@@ -78,7 +80,16 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
 {
     std::string address;
     std::string path;
-    BOOL named = SplitRemote(settings.source, address, path)
+    const bool remote = SplitRemote(settings.source, address, path);
+    // A cut-short encoded file plays only the frames it holds; say so, or
+    // the learner would take the early end for a fault of the player.
+    EncodedFrameCounts frames;
+    if (!remote && IsEncodedPath(settings.source) && ReadEncodedFrameCounts(settings.source, frames) &&
+        frames.held < frames.declared) {
+        std::fprintf(stderr, "tempvox %s: %s holds %u of its %u frames\n", command, settings.source.c_str(),
+                     frames.held, frames.declared);
+    }
+    BOOL named = remote
                      ? control.SetPlayFilePath(address.c_str(), 0, path.c_str())
                      : control.SetPlayFilePath(nullptr, -1, settings.source.c_str());
     if (!named) {

@@ -474,3 +474,98 @@ TEST_F(EngineTest, ReplayFromCurrentPositionAfterTheEnd)
     // The replay's end goes untold within the same opening.
     EXPECT_EQ(Count(WM_PLAYCOMPLETE), 1u);
 }
+
+TEST_F(EngineTest, ByteRatesThatCannotTimeTheFileAreRefusedAtOpen)
+{
+    // One second of 16-bit mono at 22050 Hz: 44100 bytes of data, and the
+    // byte rate the format implies is 22050 x 2 = 44100.
+    const std::string data = PatternData(44100);
+    struct Case {
+        const char* name;
+        uint32_t samplesPerSec;
+        uint32_t avgBytesPerSec;
+        std::vector<int> boxes;
+        bool started;
+    };
+    const Case cases[] = {
+        {"as the format implies", 22050, 44100, {}, true},
+        // A writer's rounding, and a rate off by less than the file holds.
+        {"one byte more", 22050, 44101, {}, true},
+        {"off by the data length", 22050, 88200, {}, true},
+        // A tenth of these is 0 bytes: a read size that never reaches the end.
+        {"zero", 22050, 0, {206, 208}, false},
+        {"nine", 22050, 9, {206, 208}, false},
+        {"ten, with a format to match", 5, 10, {}, true},
+        // Four buffers of ten times a tenth of it: 16 GiB.
+        {"four gibibytes", 22050, 0xFFFFFFFFu, {206, 208}, false},
+        {"off by more than the file holds", 22050, 44100 + 44144 + 1, {206, 208}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string bytes = CanonicalWav(kSpeechFormat, data);
+        for (int i = 0; i < 4; ++i) {
+            bytes[24 + size_t(i)] = char(c.samplesPerSec >> (8 * i));
+            bytes[28 + size_t(i)] = char(c.avgBytesPerSec >> (8 * i));
+        }
+        const std::string path = WriteFile("rate.wav", bytes);
+        HostHarness local;
+        CWavOut rated;
+        rated.m_hNotifyWnd = local.Window();
+        EXPECT_EQ(rated.StartPlay(path.c_str()) != FALSE, c.started);
+        EXPECT_EQ(local.BoxIds(), c.boxes);
+        if (c.started) {
+            // Blocks of a tenth of the rate reach the end of the file.
+            EXPECT_EQ(rated.ReadSize(), c.avgBytesPerSec / 10);
+            for (int i = 0; i < 100000 && local.Step(); ++i) {
+            }
+            EXPECT_EQ(local.Queued(), 0u) << "play ran dry";
+            const std::string played = local.PlayedBytes();
+            EXPECT_GT(played.size(), 0u);
+            EXPECT_EQ(played, data.substr(0, played.size()));
+            local.Pump();
+            EXPECT_EQ(local.Received(WM_PLAYCOMPLETE).size(), 1u);
+        }
+        rated.StopPlay();
+    }
+}
+
+TEST_F(EngineTest, ARateNoDeviceTakesNeverSizesBuffersPastOneItWould)
+{
+    // 0x7FFFFFFF samples a second of two bytes: the head agrees with itself,
+    // the device refuses the rate, and no block was sized from it beyond a
+    // tenth of a second of 768 kHz, eight channels, 16 bits.
+    std::string bytes = CanonicalWav(kSpeechFormat, PatternData(4410));
+    const uint32_t samplesPerSec = 0x7FFFFFFFu;
+    const uint32_t avgBytesPerSec = 0xFFFFFFFEu;
+    for (int i = 0; i < 4; ++i) {
+        bytes[24 + size_t(i)] = char(samplesPerSec >> (8 * i));
+        bytes[28 + size_t(i)] = char(avgBytesPerSec >> (8 * i));
+    }
+    const std::string path = WriteFile("fast.wav", bytes);
+    EXPECT_FALSE(engine.StartPlay(path.c_str()));
+    EXPECT_EQ(host.BoxIds(), std::vector<int>{209});
+    EXPECT_LE(engine.ReadSize(), 768000u * 8 * 2 / 10);
+}
+
+TEST_F(EngineTest, NoiseWhoseByteRateCannotTimeItIsRefusedLikeAForeignFile)
+{
+    const std::string noise = CanonicalWav(kSpeechFormat, PatternData(2000));
+    struct Case {
+        const char* name;
+        uint32_t avgBytesPerSec;
+        std::vector<int> boxes;
+    };
+    const Case cases[] = {
+        {"as the format implies", 44100, {}},
+        {"three", 3, {215}},
+        {"four gibibytes", 0xFFFFFFFFu, {215}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string bytes = noise;
+        for (int i = 0; i < 4; ++i) bytes[28 + size_t(i)] = char(c.avgBytesPerSec >> (8 * i));
+        host.Boxes().clear();
+        engine.LoadMixSound(WriteFile("noise_rate.wav", bytes).c_str());
+        EXPECT_EQ(host.BoxIds(), c.boxes);
+    }
+}

@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <chrono>
+#include <csignal>
 #include <netinet/in.h>
 #include <random>
 #include <sys/socket.h>
+#include <thread>
 
+#include "media/AudioLocator.h"
 #include "media/MediaTestSupport.h"
 #include "platform/Download.h"
 #include "platform/FileFind.h"
@@ -79,4 +83,84 @@ TEST(Download, FetchesWholeFilesOrLeavesTheTargetAsItWas)
         // Nothing half-written is left beside it either.
         for (const std::string& name : platform::FindFiles(work.Path(), ".~*")) ADD_FAILURE() << "left over: " << name;
     }
+}
+
+namespace {
+
+void CancelOnSignal(int)
+{
+    platform::CancelDownloads();
+}
+
+// Sends SIGUSR1 to the process after `delay`, as a tool's Ctrl-C would
+// arrive while a download holds the host's thread.
+std::thread SignalAfter(std::chrono::milliseconds delay)
+{
+    return std::thread([delay] {
+        std::this_thread::sleep_for(delay);
+        ::kill(::getpid(), SIGUSR1);
+    });
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+TEST(Download, ACancelFromASignalHandlerStopsAStalledDownloadAtOnce)
+{
+    if (PythonInterpreter().empty()) GTEST_SKIP() << "python3 is needed for the loopback servers";
+    ScratchFolder served("served");
+    ScratchFolder work("cancel");
+    const std::string content = RandomBytes(300000);
+    WriteAll(served.Path() + "lesson.wav", content);
+    LoopbackServer http("http", served.Path(), work.Path());
+    ASSERT_NE(http.Port(), 0) << "the http server did not start";
+    struct sigaction action {};
+    action.sa_handler = CancelOnSignal;
+    struct sigaction previous {};
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, &previous), 0);
+    platform::ResumeDownloads();
+
+    // The server sends half the file, then nothing for 20 s; the stall limit
+    // is 30 s, and the retry after it would wait as long again.
+    const std::string target = work.Path() + "target.wav";
+    WriteAll(target, "what was there before");
+    auto start = std::chrono::steady_clock::now();
+    std::thread signal = SignalAfter(std::chrono::milliseconds(500));
+    EXPECT_EQ(platform::DownloadToFile(http.Url() + "/stall/lesson.wav", target, platform::DownloadLimits{}),
+              platform::kDownloadCancelled);
+    signal.join();
+    EXPECT_LT(SecondsSince(start), 5.0) << "the stall went on after the cancel";
+    EXPECT_EQ(ReadAll(target), "what was there before");
+    for (const std::string& name : platform::FindFiles(work.Path(), ".~*")) ADD_FAILURE() << "left over: " << name;
+
+    // Until it is cleared, the cancel stops new downloads before they ask.
+    EXPECT_TRUE(platform::DownloadsCancelled());
+    const size_t requestsBefore = http.Requests().size();
+    EXPECT_EQ(platform::DownloadToFile(http.Url() + "/lesson.wav", target, platform::DownloadLimits{}),
+              platform::kDownloadCancelled);
+    EXPECT_EQ(http.Requests().size(), requestsBefore);
+    platform::ResumeDownloads();
+    EXPECT_FALSE(platform::DownloadsCancelled());
+    EXPECT_EQ(platform::DownloadToFile(http.Url() + "/lesson.wav", target, platform::DownloadLimits{}), 0);
+    EXPECT_EQ(ReadAll(target), content);
+
+    // Naming a stalled file for play: one request, no retry after the cancel.
+    const std::string cache = work.Path() + "cache/";
+    ASSERT_TRUE(platform::CreateDirectory(cache));
+    start = std::chrono::steady_clock::now();
+    signal = SignalAfter(std::chrono::milliseconds(500));
+    EXPECT_EQ(FetchToTemp(http.Url().c_str(), 0, "/stall/lesson.wav", nullptr, cache), "");
+    signal.join();
+    EXPECT_LT(SecondsSince(start), 5.0);
+    size_t stalls = 0;
+    for (const std::string& request : http.Requests()) stalls += request == "/stall/lesson.wav" ? 1 : 0;
+    EXPECT_EQ(stalls, 2u) << "one for the download above, one for play";
+    EXPECT_TRUE(platform::FindFiles(cache, "*").empty());
+
+    platform::ResumeDownloads();
+    ::sigaction(SIGUSR1, &previous, nullptr);
 }

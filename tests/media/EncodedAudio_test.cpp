@@ -107,8 +107,6 @@ TEST_F(EncodedAudioTest, WavHeadFollowsTheEncodedHeader)
         {"stereo ZR", EncodedHeaderBytes("ZR", 2, 16000, 264, 100) + std::string(100 * 264, '\0'), "st.WZQ",
          "st.wav", 2, 16000, 102400},
         {"no frames, several dots", EncodedHeaderBytes("ZQ", 1, 8000, 40, 0), "a.b.c.Wzq", "a.b.c.wav", 1, 8000, 0},
-        {"smallest frame", EncodedHeaderBytes("ZQ", 1, 8000, 8, 5) + std::string(40, '\0'), "tiny.wzq", "tiny.wav",
-         1, 8000, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -155,7 +153,9 @@ TEST_F(EncodedAudioTest, TheWavGoesBesideOnlyWhereNoUsersFileStands)
         chmod(folder.c_str(), 0755);
         WriteAll(folder + "lesson.wzq", bytes);
         platform::DeleteFile(folder + "lesson.wav");
-        if (c.usersWavBeside) WriteAll(folder + "lesson.wav", usersWav);
+        if (c.usersWavBeside) {
+            WriteAll(folder + "lesson.wav", usersWav);
+        }
         if (c.readOnlyFolder) chmod(folder.c_str(), 0555);
 
         const std::string result = ConvertToWav(folder + "lesson.wzq", c.withFallback ? fallback : "");
@@ -171,20 +171,53 @@ TEST_F(EncodedAudioTest, TheWavGoesBesideOnlyWhereNoUsersFileStands)
     }
 }
 
-TEST_F(EncodedAudioTest, TruncatedFileGivesTheDeclaredLengthWithSilentMissingFrames)
+TEST_F(EncodedAudioTest, TruncatedFileGivesTheFramesItHolds)
 {
+    // Ten frames of 512 samples (264 bytes, 1024 decoded bytes each).
     const std::vector<int16_t> source = test_signals::SpeechLike(16000, 10 * 512, 1, 5);
     voxadpcm::StreamHeader header;
-    std::string encoded = EncodeSamples(header, source);
+    const std::string encoded = EncodeSamples(header, source);
     ASSERT_EQ(header.frameCount, 10u);
-    const std::string path = scratch.Path() + "cut.wzq";
-    WriteAll(path, encoded.substr(0, 16 + 4 * 264));  // four whole frames of ten
-    ASSERT_FALSE(ConvertToWav(path).empty());
-    const std::string wav = ReadAll(scratch.Path() + "cut.wav");
-    ASSERT_EQ(wav.size(), 44u + 10 * 1024);
-    const std::vector<int16_t> decoded = testwav::ToSamples16(wav.substr(44));
-    EXPECT_GT(SnrDb(std::vector<int16_t>(source.begin(), source.begin() + 4 * 512), decoded), 20.0);
-    EXPECT_EQ(std::vector<int16_t>(decoded.begin() + 4 * 512, decoded.end()), std::vector<int16_t>(6 * 512, 0));
+    std::string promisesAll = encoded.substr(0, 16);
+    for (int i = 12; i < 16; ++i) promisesAll[size_t(i)] = '\xFF';
+    struct Case {
+        const char* name;
+        std::string bytes;
+        uint32_t declared, held;
+        uint32_t rate;
+    };
+    const Case cases[] = {
+        {"whole", encoded, 10, 10, 16000},
+        {"four whole frames of ten", encoded.substr(0, 16 + 4 * 264), 10, 4, 16000},
+        {"cut inside the fifth frame", encoded.substr(0, 16 + 4 * 264 + 100), 10, 4, 16000},
+        {"header alone", encoded.substr(0, 16), 10, 0, 16000},
+        {"more frames promised than could exist", promisesAll + encoded.substr(16, 3 * 264), 0xFFFFFFFFu, 3, 16000},
+        // 16 bytes that promised four billion frames of a mebibyte each.
+        {"largest frames, none there", EncodedHeaderBytes("ZQ", 1, 8000, 1u << 20, 0xFFFFFFFFu), 0xFFFFFFFFu, 0, 8000},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = scratch.Path() + "cut.wzq";
+        WriteAll(path, c.bytes);
+        EncodedFrameCounts counts;
+        ASSERT_TRUE(ReadEncodedFrameCounts(path, counts));
+        EXPECT_EQ(counts.declared, c.declared);
+        EXPECT_EQ(counts.held, c.held);
+        EncodedFrameCounts converted;
+        ASSERT_EQ(ConvertToWavWith(path, kCodecLibraryName, "", &converted), scratch.Path() + "cut.wav");
+        EXPECT_EQ(converted.declared, c.declared);
+        EXPECT_EQ(converted.held, c.held);
+        const std::string wav = ReadAll(scratch.Path() + "cut.wav");
+        // Each frame held is decoded to 512 samples; nothing stands for the rest.
+        const uint32_t dataBytes = c.held * 1024;
+        ASSERT_EQ(wav.size(), 44u + dataBytes);
+        EXPECT_EQ(wav.substr(0, 44), PcmHead(1, c.rate, dataBytes)) << "the head tells what was written";
+        if (c.held > 0) {
+            const std::vector<int16_t> decoded = testwav::ToSamples16(wav.substr(44));
+            EXPECT_GT(SnrDb(std::vector<int16_t>(source.begin(), source.begin() + c.held * 512), decoded), 20.0);
+        }
+    }
+    EXPECT_TRUE(host.BoxIds().empty());
 }
 
 TEST_F(EncodedAudioTest, FailuresAnswerEmptyAndLeaveWhatTheyShould)
@@ -205,6 +238,10 @@ TEST_F(EncodedAudioTest, FailuresAnswerEmptyAndLeaveWhatTheyShould)
         {"one byte", "short.wzq", "Z", {}, false},
         {"magic alone has no channel", "magic.wzq", "ZQ", {}, false},
         {"frame below its head", "seven.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 7, 1) + frames, {}, false},
+        // A frame of its head alone decodes to nothing, however many there are.
+        {"frame of its head alone", "eight.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 8, 5) + std::string(40, '\0'), {},
+         false},
+        {"four billion empty frames", "empty4g.wzq", EncodedHeaderBytes("ZR", 1, 8000, 8, 0xFFFFFFFFu), {}, false},
         {"no channels", "zero.wzq", EncodedHeaderBytes("ZR", 0, 8000, 40, 1) + frames, {}, false},
         {"negative channels", "neg.wzq", EncodedHeaderBytes("ZQ", -2, 8000, 40, 1) + frames, {}, false},
         {"frame too large to hold", "huge.wzq", EncodedHeaderBytes("ZQ", 1, 8000, 0x40000008u, 1) + frames, {},
@@ -223,6 +260,8 @@ TEST_F(EncodedAudioTest, FailuresAnswerEmptyAndLeaveWhatTheyShould)
         }
         EXPECT_EQ(ConvertToWav(stem + ".wzq"), "");
         EXPECT_EQ(host.BoxIds(), c.boxes);
+        EncodedFrameCounts counts;
+        EXPECT_EQ(ReadEncodedFrameCounts(stem + ".wzq", counts), c.wavLeft) << "only a usable header has counts";
         EXPECT_EQ(platform::FileExists(stem + ".wav"), c.wavLeft);
         if (c.file != nullptr) {
             EXPECT_EQ(ReadAll(stem + ".wzq"), c.bytes) << "the source is never changed";

@@ -3,9 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+
+#include "platform/FileMapping.h"
 
 namespace {
 
@@ -25,6 +31,26 @@ std::string ReadText(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs `call` in a child process and answers its result, or "hung" when it
+// has not returned within five seconds (the child is then killed), so that
+// a call that blocks or runs without end fails the test instead of stopping it.
+std::string ResultWithin5s(const std::function<bool()>& call)
+{
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(call() ? 0 : 1);
+    for (int waited = 0; waited < 500; ++waited) {
+        int status = 0;
+        if (::waitpid(child, &status, WNOHANG) == child) {
+            if (!WIFEXITED(status)) return "crashed";
+            return WEXITSTATUS(status) == 0 ? "true" : "false";
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    return "hung";
 }
 
 class FileTest : public ::testing::Test {
@@ -159,6 +185,61 @@ TEST_F(FileTest, FolderAndFileHelpers)
     }
     EXPECT_TRUE(platform::DeleteFile(copy));
     EXPECT_FALSE(platform::DeleteFile(copy));
+}
+
+TEST_F(FileTest, OnlyRegularFilesAreReadOrCopiedAndNeverBlock)
+{
+    const std::string fifo = m_scratch + "/fifo.wav";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const std::string regular = m_scratch + "/regular.wav";
+    WriteText(regular, "RIFF....WAVE");
+    const std::string target = m_scratch + "/copy.wav";
+    struct Case {
+        const char* what;
+        std::string path;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {"a regular file", regular, "true"},
+        // Opening a FIFO for reading waits for a writer that never comes.
+        {"a FIFO", fifo, "false"},
+        // Endless bytes, and a device that reads as empty.
+        {"/dev/zero", "/dev/zero", "false"},
+        {"/dev/null", "/dev/null", "false"},
+        {"a folder", m_scratch, "false"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(ResultWithin5s([&] {
+                      CFile file;
+                      return file.Open(c.path.c_str(), CFile::modeRead | CFile::typeBinary);
+                  }),
+                  c.expected)
+            << "CFile::Open";
+        EXPECT_EQ(ResultWithin5s([&] {
+                      CMappableFile file;
+                      return file.Open(c.path);
+                  }),
+                  c.expected)
+            << "CMappableFile::Open";
+        ::unlink(target.c_str());
+        EXPECT_EQ(ResultWithin5s([&] { return platform::CopyFile(c.path, target, false); }), c.expected)
+            << "CopyFile";
+        EXPECT_EQ(platform::FileExists(target), std::string(c.expected) == "true") << "nothing is left of a failed copy";
+    }
+    // The regular file still reads and copies whole.
+    ASSERT_TRUE(platform::CopyFile(regular, target, false));
+    EXPECT_EQ(ReadText(target), "RIFF....WAVE");
+    CFile file;
+    ASSERT_TRUE(file.Open(regular.c_str(), CFile::modeRead));
+    char bytes[16] = {};
+    EXPECT_EQ(file.Read(bytes, sizeof bytes), 12u);
+    // Writing still makes and truncates files as before.
+    CFile out;
+    ASSERT_TRUE(out.Open(target.c_str(), CFile::modeCreate | CFile::modeWrite));
+    EXPECT_EQ(out.Write("ab", 2), 2u);
+    out.Close();
+    EXPECT_EQ(ReadText(target), "ab");
 }
 
 TEST(ExecutablePath, NamesThisTest)

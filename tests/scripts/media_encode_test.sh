@@ -94,6 +94,16 @@ check "other heard" yes "$([ -s other-heard.wav ] && echo yes || echo no)"
 temp_dir="$(dirname "$tool")/ZqTempAudio"
 check "nothing left in the temporary folder" "" "$(ls "$temp_dir" 2>/dev/null | grep '^other-' || true)"
 
+# A file cut short after three whole frames plays those three, with a
+# warning, and what is heard is no more than was there.
+head -c $((16 + 3 * 264 + 100)) mono.wzq > cut.wzq
+set +e; "$tool" render cut.wzq cut-heard.wav 2> cut.err >/dev/null; cut_status=$?; set -e
+check "render a cut file" 0 "$cut_status"
+check "cut file warned" "tempvox render: cut.wzq holds 3 of its 47 frames" "$(grep -m1 'holds' cut.err || true)"
+check "cut file heard" "$((3 * 1024))" \
+  "$(python3 -c "import struct,sys; b=open('cut-heard.wav','rb').read(); print(struct.unpack('<I', b[40:44])[0])")"
+check "whole file not warned" "" "$("$tool" render mono.wzq whole-heard.wav 2>&1 >/dev/null | grep holds || true)"
+
 # A copy of the tool with no library beside it (nor on the library path)
 # cannot play the encoded file and leaves the bare 44-byte head.
 cp "$tool" alone/tempvox
