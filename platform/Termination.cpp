@@ -8,6 +8,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "platform/Download.h"
+
 namespace platform {
 namespace {
 
@@ -31,6 +33,8 @@ void OnTerminationSignal(int signal)
     const int saved = errno;
     int first = 0;
     if (s_signal.compare_exchange_strong(first, signal)) {
+        // A download in flight would hold the program up to its stall limit.
+        CancelDownloads();
         // Another thread may have taken the signal; the main thread is the
         // one blocked in a read or a wait, so it gets its own interruption.
         if (!pthread_equal(pthread_self(), s_mainThread)) {

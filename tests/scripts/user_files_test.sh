@@ -147,6 +147,12 @@ check "files after SIGINT during play of a .wzq" "$before" "$(snapshot)"
 check "SIGTERM during remote play" 143 "$(signalled TERM 1 play "http://127.0.0.1:$port/long.wav" --audio null)"
 check "files after SIGTERM during remote play" "$before" "$(snapshot)"
 check "SIGINT during remote play" 130 "$(signalled INT 1 play "http://127.0.0.1:$port/long.wav" --audio null)"
+# A server that stalls mid-file: Ctrl-C stops the download at once.
+started=$(date +%s%N)
+check "SIGINT during a stalled download" 130 \
+  "$(signalled INT 1 play "http://127.0.0.1:$port/stall/long.wav" --audio null)"
+check "the stalled download stopped at once" yes \
+  "$([ $(( ($(date +%s%N) - started) / 1000000 )) -lt 4000 ] && echo yes || echo no)"
 check "SIGHUP during play" 129 "$(signalled HUP 1 play "$work/data/rw/long.wav" --audio null)"
 check "files after SIGINT and SIGHUP" "$before" "$(snapshot)"
 # A render slowed down: long enough to be caught in the middle.
