@@ -54,6 +54,7 @@ bool CWavOut::OpenWaveFile(const char* path)
         return false;
     }
     ClearFileState();
+    if (IsRefined()) return OpenRefinedWaveFile(path);
 
     CFile stream;
     if (!stream.Open(path, CFile::modeRead | CFile::typeBinary)) return false;
@@ -139,6 +140,7 @@ BOOL CWavOut::StartPlay(const char* path)
     // The head passed its checks, but a consistent head may still state a
     // rate no device plays; the buffers never grow past what one would.
     m_readSize = std::min(m_readSize, kLargestReadSize);
+    if (IsRefined()) m_readSize = std::min(RefinedReadSize(), kLargestReadSize - kLargestReadSize % m_format.blockAlign);
     m_bufferCapacity = 10 * m_readSize;
     m_buffersPerSpan = static_cast<int32_t>(m_spanMs / 100.0);
 
@@ -151,11 +153,29 @@ BOOL CWavOut::StartPlay(const char* path)
     }
 
     uint32_t counts[kBufferCount] = {};
-    for (int i = 0; i < kBufferCount; ++i) {
+    if (IsRefined()) {
+        // Every block goes through the stages from the first one on, so
+        // the tempo asked for is heard from the start.
+        for (uint8_t* buffer : m_buffers) {
+            if (buffer == nullptr) return FALSE;
+        }
+        StartRefinedPipeline();
+        const BOOL justPlay = m_bJustPlay;
+        m_wordCount = 0;
+        for (int i = 0; i < kBufferCount; ++i) counts[i] = m_bInputDone ? 0 : FillRefinedBlock(m_buffers[i]);
+        if (!justPlay) {
+            m_buffersInSpan = kBufferCount;
+            m_resumeTick = 0;
+            m_pauseTick = 0;
+            m_spanStartTick = GetTickCount();
+            CountFirstTenSeconds();
+        }
+    }
+    for (int i = 0; i < kBufferCount && !IsRefined(); ++i) {
         if (m_buffers[i] != nullptr) counts[i] = m_file.Read(m_buffers[i], m_readSize);
     }
 
-    if (!m_bJustPlay) {
+    if (!m_bJustPlay && !IsRefined()) {
         m_buffersInSpan = 0;
         m_wordCount = 0;
         m_resumeTick = 0;

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "dsp/NoiseMix.h"
+#include "engine/HeardPosition.h"
+#include "engine/TempoStage.h"
 #include "engine/WaveReader.h"
 #include "platform/File.h"
 #include "platform/Sync.h"
@@ -100,6 +102,23 @@ private:
     void OnDeviceClosed();
     void TellEndOfPlay(UINT message);
     void OnBufferDone(HWAVEOUT device, WAVEHDR* header);
+    void CheckSentenceEnd();
+    void CountWordsInSpan();
+
+    // The refined profile (WavOutRefined.cpp).
+    bool OpenRefinedWaveFile(const char* path);
+    uint32_t RefinedReadSize() const;
+    void StartRefinedPipeline();
+    int64_t ReadFrame() const;
+    uint64_t MsToDataByte(uint32_t ms) const;
+    uint32_t ReadRefinedBlock(uint8_t* into, bool& last);
+    uint32_t FillRefinedBlock(uint8_t* data);
+    void RecordHeardMarks(int64_t stageStart, uint32_t bytes);
+    void OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header);
+    bool RefillRefined();
+    uint32_t RefinedCurrentPlayTime() const;
+    uint32_t RefinedTotalPlayTime() const;
+    void RefinedSetCurrentPlayTime(uint32_t curTime);
 
     bool OpenWaveFile(const char* path);
     void ClearFileState();
@@ -124,6 +143,15 @@ private:
     std::atomic<BOOL> m_bMixOn{0};
     std::atomic<int16_t> m_requestedProfile{kProfileClassic};
     int16_t m_profile = kProfileClassic;
+    // Refined play: where the samples end, the tempo stage, the marks that
+    // tell what is heard, the bytes written to the device since it opened,
+    // whether the last block was read, and the time a paused seek set.
+    uint64_t m_dataEnd = 0;
+    CTempoStage m_tempo;
+    CHeardPosition m_heard;
+    uint64_t m_outputWritten = 0;
+    std::atomic<bool> m_bInputDone{false};
+    std::atomic<int64_t> m_timeOverrideMs{-1};
     WavChunkHead m_dataChunk{};
     uint32_t m_factExtra = 0;
     std::atomic<uint16_t> m_state{0};

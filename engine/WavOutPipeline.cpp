@@ -65,14 +65,12 @@ void CWavOut::OnDeviceClosed()
 
 bool CWavOut::AtEndOfFile() const
 {
+    if (IsRefined()) return m_file.GetPosition() >= m_dataEnd;
     return m_file.GetPosition() + m_dataStart >= m_file.GetLength();
 }
 
-void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+void CWavOut::CheckSentenceEnd()
 {
-    if (m_bStopping) return;
-    m_buffersPlayed += 1;
-
     int32_t sentenceStart = m_sentenceStartMs.load();
     int32_t sentenceEnd = m_sentenceEndMs.load();
     if (sentenceStart < sentenceEnd && GetCurrentPlayTime() >= static_cast<uint32_t>(sentenceEnd)) {
@@ -80,6 +78,53 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
         m_sentenceEndMs = 0;
         PostMessageA(m_hNotifyWnd.load(), WM_ONESENTENCEDONE, 0, 0);
     }
+}
+
+// The live word count's cadence: every span's worth of blocks the count so
+// far goes to the control, with the time the span took.
+void CWavOut::CountWordsInSpan()
+{
+    if (m_bJustPlay) return;
+    m_buffersInSpan += 1;
+    // A span below 100 ms would hold no whole block; it reports with
+    // every block instead of dividing by zero.
+    int32_t buffersPerSpan = m_buffersPerSpan > 0 ? m_buffersPerSpan : 1;
+    if (m_buffersInSpan % buffersPerSpan == 0) {
+        uint32_t now = GetTickCount();
+        uint32_t spanMs = now + m_pauseTick.load() - m_spanStartTick - m_resumeTick.load();
+        PostMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(m_wordCount),
+                     static_cast<LPARAM>(spanMs));
+        m_buffersInSpan = 0;
+        m_wordCount = 0;
+        m_spanStartTick = now;
+        m_resumeTick = 0;
+        m_pauseTick = 0;
+    }
+}
+
+void CWavOut::OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header)
+{
+    m_buffersPlayed += 1;
+    CheckSentenceEnd();
+    if (m_bInputDone) {
+        if (s_playEndNotified != 0) return;
+        m_buffersPlayedAtEnd = m_buffersPlayed.load();
+        TellEndOfPlay(WM_PLAYCOMPLETE);
+        return;
+    }
+    CountWordsInSpan();
+    header->dwBufferLength = FillRefinedBlock(reinterpret_cast<uint8_t*>(header->lpData));
+    ApplyGain(*header);
+    if (!m_bSuspended) waveOutWrite(device, header, sizeof(WAVEHDR));
+}
+
+void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+{
+    if (m_bStopping) return;
+    if (IsRefined()) return OnRefinedBufferDone(device, header);
+    m_buffersPlayed += 1;
+
+    CheckSentenceEnd();
 
     if (m_bLoop) {
         uint32_t loopStart = m_loopStartMs.load();
@@ -108,21 +153,7 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
     header->dwBufferLength = m_file.Read(header->lpData, m_readSize);
 
     if (!m_bJustPlay) {
-        m_buffersInSpan += 1;
-        // A span below 100 ms would hold no whole block; it reports with
-        // every block instead of dividing by zero.
-        int32_t buffersPerSpan = m_buffersPerSpan > 0 ? m_buffersPerSpan : 1;
-        if (m_buffersInSpan % buffersPerSpan == 0) {
-            uint32_t now = GetTickCount();
-            uint32_t spanMs = now + m_pauseTick.load() - m_spanStartTick - m_resumeTick.load();
-            PostMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(m_wordCount),
-                         static_cast<LPARAM>(spanMs));
-            m_buffersInSpan = 0;
-            m_wordCount = 0;
-            m_spanStartTick = now;
-            m_resumeTick = 0;
-            m_pauseTick = 0;
-        }
+        CountWordsInSpan();
         m_wordCount += CountVoicedFrames(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength,
                                          m_format.samplesPerSec, m_format.bitsPerSample);
     }
@@ -136,6 +167,7 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 
 bool CWavOut::RefillAfterReset()
 {
+    if (IsRefined()) return RefillRefined();
     for (WAVEHDR& header : m_headers) waveOutUnprepareHeader(m_hWaveOut, &header, sizeof(WAVEHDR));
     m_bStopping = false;
     uint32_t counts[kBufferCount] = {};
@@ -193,13 +225,14 @@ void CWavOut::ApplyGain(WAVEHDR& header)
 void CWavOut::CountFirstTenSeconds()
 {
     uint64_t notedPosition = m_file.GetPosition();
-    uint32_t samplesStart = m_format.length + m_factExtra + 28;
+    uint32_t samplesStart = IsRefined() ? m_dataStart : m_format.length + m_factExtra + 28;
     m_file.Seek(samplesStart, CFile::begin);
 
     // Ten seconds of the byte rate, but never more than the file holds, so a
     // corrupt rate can't ask for gigabytes.
     uint64_t wanted = 10ull * m_format.avgBytesPerSec;
     uint64_t fileLength = m_file.GetLength();
+    if (IsRefined()) fileLength = m_dataEnd;
     uint64_t available = fileLength > samplesStart ? fileLength - samplesStart : 0;
     uint32_t size = static_cast<uint32_t>(wanted < available ? wanted : available);
     uint8_t* samples = new uint8_t[size > 0 ? size : 1];

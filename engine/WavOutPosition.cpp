@@ -42,6 +42,7 @@ uint32_t CWavOut::EnsureDataLength()
 
 uint32_t CWavOut::GetTotalPlayTime()
 {
+    if (IsRefined()) return RefinedTotalPlayTime();
     if (!m_bOpened || m_format.avgBytesPerSec == 0) return 0;
     uint32_t dataLength = EnsureDataLength();
     return BytesToMs(dataLength, m_format.avgBytesPerSec);
@@ -49,6 +50,7 @@ uint32_t CWavOut::GetTotalPlayTime()
 
 uint32_t CWavOut::GetCurrentPlayTime()
 {
+    if (IsRefined()) return RefinedCurrentPlayTime();
     if (m_state.load() == 0 || !m_bOpened) return 0;
     uint32_t fileLength = static_cast<uint32_t>(m_file.GetLength());
     uint32_t position = static_cast<uint32_t>(m_file.GetPosition());
@@ -71,6 +73,7 @@ uint32_t CWavOut::GetCurrentPlayTime()
 
 void CWavOut::SetCurrentPlayTime(uint32_t curTime)
 {
+    if (IsRefined()) return RefinedSetCurrentPlayTime(curTime);
     if (m_state.load() == 0) return;
     if (curTime > GetTotalPlayTime()) return;
     if (!m_bOpened) return;

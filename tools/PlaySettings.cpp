@@ -63,6 +63,8 @@ bool ParsePlaySettings(const std::vector<std::string>& args, PlaySettings& setti
             settings.noise = args[++i];
         } else if (arg == "--just-play") {
             settings.justPlay = true;
+        } else if (arg == "--classic") {
+            settings.classic = true;
         } else if (arg.rfind("--", 0) != 0 && settings.source.empty()) {
             settings.source = arg;
         } else {
@@ -97,6 +99,7 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
         return false;
     }
     CWavOut& engine = control.Engine();
+    engine.SetPlaybackProfile(settings.classic ? kProfileClassic : kProfileRefined);
     engine.SetChangeSpeedLevel(static_cast<int16_t>(settings.level));
     engine.SetVolume(settings.volume);
     engine.SetJustPlay(settings.justPlay ? TRUE : FALSE);

@@ -15,6 +15,8 @@ struct PlaySettings {
     int loopEndMs = 0;
     std::string noise;
     bool justPlay = false;
+    // Our tools play in the refined profile unless asked for the classic one.
+    bool classic = false;
 };
 
 // Takes the options both commands know from `args`, leaving the others in

@@ -23,8 +23,8 @@ fi
 # alsa-lib keeps its parsed configuration for the life of the process.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0
 for level in 0 -30 40; do
-  "$tool" render "$work/speech.wav" "$work/captured$level.wav" --just-play --level "$level" > /dev/null
-  if ! "$tool" play "$work/speech.wav" --just-play --level "$level" --audio "alsa:file:'$work/alsa$level.raw',raw" \
+  "$tool" render "$work/speech.wav" "$work/captured$level.wav" --just-play --classic --level "$level" > /dev/null
+  if ! "$tool" play "$work/speech.wav" --just-play --classic --level "$level" --audio "alsa:file:'$work/alsa$level.raw',raw" \
       > "$work/play$level.log" 2>&1; then
     cat "$work/play$level.log"; exit 1
   fi

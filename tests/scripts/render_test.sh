@@ -58,15 +58,21 @@ cmp -s "$work/full.wav" "$work/other_rate.wav" || fail "a noise of another rate 
 "$tool" render "$work/quiet.wav" "$work/same_rate.wav" --just-play --noise "$work/noise22k.wav" > /dev/null
 ! cmp -s "$work/full.wav" "$work/same_rate.wav" || fail "a noise of the same format was not mixed"
 
-# Faster is shorter, slower is longer; the first 0.4 s always plays as is.
-"$tool" render "$work/quiet.wav" "$work/fast.wav" --just-play --level 50 > /dev/null
-"$tool" render "$work/quiet.wav" "$work/slow.wav" --just-play --level -60 > /dev/null
-python3 - "$(duration "$work/full.wav")" "$(duration "$work/fast.wav")" "$(duration "$work/slow.wav")" <<'PY' || fail "speed levels"
+# Classic: faster is shorter, slower is longer, and the first 0.4 s always
+# plays as is. Refined: the duration is the input's over the factor.
+"$tool" render "$work/quiet.wav" "$work/fast.wav" --just-play --level 50 --classic > /dev/null
+"$tool" render "$work/quiet.wav" "$work/slow.wav" --just-play --level -60 --classic > /dev/null
+"$tool" render "$work/quiet.wav" "$work/fast_refined.wav" --just-play --level 50 > /dev/null
+"$tool" render "$work/quiet.wav" "$work/slow_refined.wav" --just-play --level -60 > /dev/null
+python3 - "$(duration "$work/full.wav")" "$(duration "$work/fast.wav")" "$(duration "$work/slow.wav")" \
+  "$(duration "$work/fast_refined.wav")" "$(duration "$work/slow_refined.wav")" <<'PY' || fail "speed levels"
 import sys
-full, fast, slow = map(float, sys.argv[1:])
+full, fast, slow, fast_refined, slow_refined = map(float, sys.argv[1:])
 assert abs(full - 3.0) < 0.01, full
 assert 2.0 < fast < 2.7, fast
 assert 3.6 < slow < 4.6, slow
+assert abs(fast_refined - 1.5) < 0.02, fast_refined
+assert abs(slow_refined - 6.0) < 0.03, slow_refined
 PY
 
 # A bad input: the engine's message, a non-zero exit, and no file left.
