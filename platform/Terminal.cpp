@@ -41,24 +41,39 @@ RawKeyboard::~RawKeyboard()
 Key RawKeyboard::Read(uint32_t timeoutMs)
 {
     if (!m_active) return Key::None;
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    if (poll(&input, 1, static_cast<int>(timeoutMs)) <= 0) return Key::None;
-    unsigned char bytes[8] = {};
-    ssize_t got = read(STDIN_FILENO, bytes, sizeof bytes);
-    if (got <= 0) return Key::None;
-    if (bytes[0] == ' ') return Key::Space;
-    if (bytes[0] == 'q' || bytes[0] == 'Q') return Key::Quit;
-    // Arrow keys arrive as ESC [ A..D.
-    if (got >= 3 && bytes[0] == 0x1b && bytes[1] == '[') {
+    // Keys pressed together arrive in one read; each is handed out in turn.
+    if (m_pendingCount == 0) {
+        pollfd input{STDIN_FILENO, POLLIN, 0};
+        if (poll(&input, 1, static_cast<int>(timeoutMs)) <= 0) return Key::None;
+        ssize_t got = read(STDIN_FILENO, m_pending, sizeof m_pending);
+        if (got <= 0) return Key::None;
+        m_pendingCount = static_cast<size_t>(got);
+    }
+    return TakeKey(m_pending, m_pendingCount);
+}
+
+Key TakeKey(unsigned char* bytes, size_t& count)
+{
+    size_t used = 1;
+    Key key = Key::Other;
+    if (bytes[0] == ' ') {
+        key = Key::Space;
+    } else if (bytes[0] == 'q' || bytes[0] == 'Q') {
+        key = Key::Quit;
+    } else if (bytes[0] == 0x1b && count >= 3 && bytes[1] == '[') {
+        // Arrow keys arrive as ESC [ A..D.
+        used = 3;
         switch (bytes[2]) {
-        case 'A': return Key::Up;
-        case 'B': return Key::Down;
-        case 'C': return Key::Right;
-        case 'D': return Key::Left;
+        case 'A': key = Key::Up; break;
+        case 'B': key = Key::Down; break;
+        case 'C': key = Key::Right; break;
+        case 'D': key = Key::Left; break;
         default: break;
         }
     }
-    return Key::Other;
+    std::memmove(bytes, bytes + used, count - used);
+    count -= used;
+    return key;
 }
 
 }  // namespace platform

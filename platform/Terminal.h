@@ -1,4 +1,5 @@
 #pragma once
+#include <cstddef>
 #include <cstdint>
 
 namespace platform {
@@ -23,6 +24,12 @@ public:
 private:
     bool m_active = false;
     unsigned char m_saved[64] = {};
+    unsigned char m_pending[64] = {};
+    size_t m_pendingCount = 0;
 };
+
+// Takes the first key off `count` bytes that a terminal sent, removing its
+// bytes; for the keyboard and its tests.
+Key TakeKey(unsigned char* bytes, size_t& count);
 
 }  // namespace platform

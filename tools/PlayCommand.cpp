@@ -1,6 +1,7 @@
 // `tempvox play`: plays one recording through the control, prints its
 // events, and on a terminal shows a progress line and takes keys.
 #include <cstdio>
+#include <iterator>
 #include <string>
 
 #include "platform/GtkPresenter.h"
@@ -17,9 +18,34 @@ namespace {
 const char* kPlayUsage =
     "usage: tempvox play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
     "                   [--audio alsa|null|capture:OUT.wav] [--view]\n"
-    "keys: space pause/resume, left/right jump 5 s, up/down speed level +/-10, q stop\n"
+    "keys: space pause/resume, left/right jump 5 s, up/down tempo one step (0.5x to 2.0x), q stop\n"
+    "--classic plays as the original control did; the refined profile is the default\n"
     "--view shows the waveform in a window: drag to select a section, which then plays in a loop;\n"
     "       right-click the selection to save it; the window stays until closed\n";
+
+// Levels whose tempo a listener can tell apart from the next: 0.5x to 2.0x
+// in steps of about a tenth (the level table: below 0 the factor is
+// 1 + level / 120, above it 1 + level / 50).
+constexpr int16_t kAudibleLevels[] = {-60, -48, -36, -30, -24, -12, 0, 5, 10, 15, 25, 35, 50};
+
+int16_t NextAudibleLevel(int16_t level, int direction)
+{
+    if (direction > 0) {
+        for (int16_t step : kAudibleLevels)
+            if (step > level) return step;
+        return kAudibleLevels[std::size(kAudibleLevels) - 1];
+    }
+    for (size_t i = std::size(kAudibleLevels); i-- > 0;)
+        if (kAudibleLevels[i] < level) return kAudibleLevels[i];
+    return kAudibleLevels[0];
+}
+
+std::string FactorText(int16_t level)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%.2fx", CTempoStage::FactorForLevel(level));
+    return text;
+}
 
 class ProgressLine {
 public:
@@ -33,8 +59,9 @@ public:
         if (!m_enabled) return;
         CWavOut& engine = control.Engine();
         const char* state = engine.GetPlayerState() == 2 ? "paused" : "playing";
-        std::printf("\r\033[K%s / %s  level %d  [%s]", FormatMs(engine.GetCurrentPlayTime()).c_str(),
-                    FormatMs(engine.GetTotalPlayTime()).c_str(), engine.GetChangeSpeedLevel(), state);
+        std::printf("\r\033[K%s / %s  %s  [%s]", FormatMs(engine.GetCurrentPlayTime()).c_str(),
+                    FormatMs(engine.GetTotalPlayTime()).c_str(), FactorText(engine.GetChangeSpeedLevel()).c_str(),
+                    state);
         std::fflush(stdout);
     }
 private:
@@ -54,8 +81,8 @@ void HandleKey(platform::Key key, CTempvoxCtrl& control, bool& quit)
         break;
     case platform::Key::Left: engine.SpeedBack(5000); break;
     case platform::Key::Right: engine.SpeedUp(5000); break;
-    case platform::Key::Up: engine.SetChangeSpeedLevel(static_cast<int16_t>(engine.GetChangeSpeedLevel() + 10)); break;
-    case platform::Key::Down: engine.SetChangeSpeedLevel(static_cast<int16_t>(engine.GetChangeSpeedLevel() - 10)); break;
+    case platform::Key::Up: engine.SetChangeSpeedLevel(NextAudibleLevel(engine.GetChangeSpeedLevel(), +1)); break;
+    case platform::Key::Down: engine.SetChangeSpeedLevel(NextAudibleLevel(engine.GetChangeSpeedLevel(), -1)); break;
     case platform::Key::Quit: quit = true; break;
     default: break;
     }
