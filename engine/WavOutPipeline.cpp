@@ -31,9 +31,11 @@ void CWavOut::WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance,
     case MM_WOM_CLOSE:
         engine->OnDeviceClosed();
         break;
-    case MM_WOM_DONE:
-        engine->OnBufferDone(device, reinterpret_cast<WAVEHDR*>(param1));
+    case MM_WOM_DONE: {
+        WAVEHDR* header = reinterpret_cast<WAVEHDR*>(param1);
+        if (!engine->OnBufferDone(device, header)) engine->HandBack(header);
         break;
+    }
     default:
         break;
     }
@@ -68,9 +70,24 @@ bool CWavOut::AtEndOfFile() const
     return m_file.GetPosition() + m_dataStart >= m_file.GetLength();
 }
 
-void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+bool CWavOut::WriteToDevice(HWAVEOUT device, WAVEHDR& header)
 {
-    if (m_bStopping) return;
+    const int index = static_cast<int>(&header - m_headers);
+    m_heldByDevice[index].store(true, std::memory_order_release);
+    if (waveOutWrite(device, &header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR) return true;
+    m_heldByDevice[index].store(false, std::memory_order_release);
+    return false;
+}
+
+void CWavOut::HandBack(const WAVEHDR* header)
+{
+    const ptrdiff_t index = header - m_headers;
+    if (index >= 0 && index < kBufferCount) m_heldByDevice[index].store(false, std::memory_order_release);
+}
+
+bool CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+{
+    if (m_bStopping) return false;
     m_buffersPlayed += 1;
 
     int32_t sentenceStart = m_sentenceStartMs.load();
@@ -98,10 +115,10 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
         if (position <= m_file.GetLength()) m_positionHistory[0] = static_cast<uint32_t>(position);
 
         if (AtEndOfFile() && !m_bStopping) {
-            if (s_playEndNotified != 0) return;
+            if (s_playEndNotified != 0) return false;
             m_buffersPlayedAtEnd = m_buffersPlayed.load();
             TellEndOfPlay(WM_PLAYCOMPLETE);
-            return;
+            return false;
         }
     }
 
@@ -131,7 +148,9 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
     MixNoise(reinterpret_cast<uint8_t*>(header->lpData), header->dwBufferLength);
     ApplyGain(*header);
 
-    if (!m_bSuspended) waveOutWrite(device, header, sizeof(WAVEHDR));
+    // Still held from the write that queued it, so the write goes straight
+    // to the device; a refused one is handed back by the caller.
+    return !m_bSuspended && waveOutWrite(device, header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR;
 }
 
 bool CWavOut::RefillAfterReset()
@@ -150,7 +169,7 @@ bool CWavOut::RefillAfterReset()
     for (WAVEHDR& header : m_headers) {
         ApplySpeedChange(header);
         ApplyGain(header);
-        if (!m_bSuspended) waveOutWrite(m_hWaveOut, &header, sizeof(WAVEHDR));
+        if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
     return true;
 }
