@@ -146,6 +146,8 @@ BOOL CWavOut::StartPlay(const char* path)
 
     ReleaseStaleDevice();
     FreeBuffers();
+    // No device is open from here on, so no buffer can be held by one.
+    for (std::atomic<bool>& held : m_heldByDevice) held.store(false, std::memory_order_release);
     for (uint8_t*& buffer : m_buffers) {
         // A read size of 0 still gets a buffer, so a tiny byte rate plays
         // empty blocks instead of failing as "missing".
@@ -211,7 +213,7 @@ BOOL CWavOut::StartPlay(const char* path)
 
     for (int i = 0; i < kBufferCount; ++i) {
         ApplyGain(m_headers[i]);
-        if (waveOutWrite(m_hWaveOut, &m_headers[i], sizeof(WAVEHDR)) != MMSYSERR_NOERROR) {
+        if (!WriteToDevice(m_hWaveOut, m_headers[i])) {
             ReportMessage(211, "不支持该音频格式！");
             return FALSE;
         }

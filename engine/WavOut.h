@@ -101,7 +101,15 @@ private:
                                 DWORD_PTR param2);
     void OnDeviceClosed();
     void TellEndOfPlay(UINT message);
-    void OnBufferDone(HWAVEOUT device, WAVEHDR* header);
+    // Answers whether the header went back to the device.
+    bool OnBufferDone(HWAVEOUT device, WAVEHDR* header);
+
+    // Which buffers are the device's: from the write that queued one until
+    // the done callback that returned it has finished with it. The host's
+    // thread touches only buffers that are its own.
+    bool WriteToDevice(HWAVEOUT device, WAVEHDR& header);
+    void HandBack(const WAVEHDR* header);
+    bool HeldByDevice(int index) const { return m_heldByDevice[index].load(std::memory_order_acquire); }
     void CheckSentenceEnd();
     void CountWordsInSpan();
 
@@ -114,7 +122,7 @@ private:
     uint32_t ReadRefinedBlock(uint8_t* into, bool& last);
     uint32_t FillRefinedBlock(uint8_t* data);
     void RecordHeardMarks(int64_t stageStart, uint32_t bytes);
-    void OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header);
+    bool OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header);
     bool RefillRefined();
     uint32_t RefinedCurrentPlayTime() const;
     uint32_t RefinedTotalPlayTime() const;
@@ -191,6 +199,7 @@ private:
     std::atomic<BOOL> m_bEnded{0};
     std::atomic<bool> m_bStopping{false};
     WAVEHDR m_headers[kBufferCount] = {};
+    std::atomic<bool> m_heldByDevice[kBufferCount] = {};
     CFile m_file;
     uint32_t m_readSize = 0;
     std::atomic<uint32_t> m_buffersPlayed{0};

@@ -31,9 +31,11 @@ void CWavOut::WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance,
     case MM_WOM_CLOSE:
         engine->OnDeviceClosed();
         break;
-    case MM_WOM_DONE:
-        engine->OnBufferDone(device, reinterpret_cast<WAVEHDR*>(param1));
+    case MM_WOM_DONE: {
+        WAVEHDR* header = reinterpret_cast<WAVEHDR*>(param1);
+        if (!engine->OnBufferDone(device, header)) engine->HandBack(header);
         break;
+    }
     default:
         break;
     }
@@ -69,6 +71,21 @@ bool CWavOut::AtEndOfFile() const
     return m_file.GetPosition() + m_dataStart >= m_file.GetLength();
 }
 
+bool CWavOut::WriteToDevice(HWAVEOUT device, WAVEHDR& header)
+{
+    const int index = static_cast<int>(&header - m_headers);
+    m_heldByDevice[index].store(true, std::memory_order_release);
+    if (waveOutWrite(device, &header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR) return true;
+    m_heldByDevice[index].store(false, std::memory_order_release);
+    return false;
+}
+
+void CWavOut::HandBack(const WAVEHDR* header)
+{
+    const ptrdiff_t index = header - m_headers;
+    if (index >= 0 && index < kBufferCount) m_heldByDevice[index].store(false, std::memory_order_release);
+}
+
 void CWavOut::CheckSentenceEnd()
 {
     int32_t sentenceStart = m_sentenceStartMs.load();
@@ -102,25 +119,25 @@ void CWavOut::CountWordsInSpan()
     }
 }
 
-void CWavOut::OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header)
+bool CWavOut::OnRefinedBufferDone(HWAVEOUT device, WAVEHDR* header)
 {
     m_buffersPlayed += 1;
     CheckSentenceEnd();
     if (m_bInputDone) {
-        if (s_playEndNotified != 0) return;
+        if (s_playEndNotified != 0) return false;
         m_buffersPlayedAtEnd = m_buffersPlayed.load();
         TellEndOfPlay(WM_PLAYCOMPLETE);
-        return;
+        return false;
     }
     CountWordsInSpan();
     header->dwBufferLength = FillRefinedBlock(reinterpret_cast<uint8_t*>(header->lpData));
     ApplyGain(*header);
-    if (!m_bSuspended) waveOutWrite(device, header, sizeof(WAVEHDR));
+    return !m_bSuspended && waveOutWrite(device, header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR;
 }
 
-void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
+bool CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 {
-    if (m_bStopping) return;
+    if (m_bStopping) return false;
     if (IsRefined()) return OnRefinedBufferDone(device, header);
     m_buffersPlayed += 1;
 
@@ -143,10 +160,10 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
         if (position <= m_file.GetLength()) m_positionHistory[0] = static_cast<uint32_t>(position);
 
         if (AtEndOfFile() && !m_bStopping) {
-            if (s_playEndNotified != 0) return;
+            if (s_playEndNotified != 0) return false;
             m_buffersPlayedAtEnd = m_buffersPlayed.load();
             TellEndOfPlay(WM_PLAYCOMPLETE);
-            return;
+            return false;
         }
     }
 
@@ -162,7 +179,9 @@ void CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
     MixNoise(reinterpret_cast<uint8_t*>(header->lpData), header->dwBufferLength);
     ApplyGain(*header);
 
-    if (!m_bSuspended) waveOutWrite(device, header, sizeof(WAVEHDR));
+    // Still held from the write that queued it, so the write goes straight
+    // to the device; a refused one is handed back by the caller.
+    return !m_bSuspended && waveOutWrite(device, header, sizeof(WAVEHDR)) == MMSYSERR_NOERROR;
 }
 
 bool CWavOut::RefillAfterReset()
@@ -182,7 +201,7 @@ bool CWavOut::RefillAfterReset()
     for (WAVEHDR& header : m_headers) {
         ApplySpeedChange(header);
         ApplyGain(header);
-        if (!m_bSuspended) waveOutWrite(m_hWaveOut, &header, sizeof(WAVEHDR));
+        if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
     return true;
 }

@@ -127,17 +127,29 @@ void CWavOut::SetOneSentenceTimeSpan(int32_t startTimePos, int32_t endTimePos)
 
 void CWavOut::ResetToPlayFromCurPos()
 {
+    // Refined: play starts afresh at the place being heard, the stages with
+    // it, as after a jump there.
+    if (IsRefined()) {
+        if (m_hWaveOut != nullptr && m_state.load() != 0) RefinedSetCurrentPlayTime(RefinedCurrentPlayTime());
+        return;
+    }
     for (uint8_t* buffer : m_buffers) {
         if (buffer == nullptr) return;
     }
+    // Buffers are written in order, and the device refuses a header it
+    // still holds: only those before the first held one can go out. The
+    // held ones are the device's, and the file position moves for nothing
+    // that will not play.
+    int usable = 0;
+    while (usable < kBufferCount && !HeldByDevice(usable)) ++usable;
     // Each header carries the count of its new read, as the other paths that
     // read four blocks do; a stale length would replay old bytes.
-    for (int i = 0; i < kBufferCount; ++i) {
+    for (int i = 0; i < usable; ++i) {
         m_headers[i].dwBufferLength = m_file.Read(m_buffers[i], m_readSize);
     }
-    for (int i = 0; i < kBufferCount; ++i) {
+    for (int i = 0; i < usable; ++i) {
         ApplyGain(m_headers[i]);
-        if (waveOutWrite(m_hWaveOut, &m_headers[i], sizeof(WAVEHDR)) != MMSYSERR_NOERROR) return;
+        if (!WriteToDevice(m_hWaveOut, m_headers[i])) return;
         if (i < kBufferCount - 1) {
             m_bStopping = false;
             m_bEnded = 0;

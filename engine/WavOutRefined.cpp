@@ -177,7 +177,7 @@ bool CWavOut::RefillRefined()
     }
     for (WAVEHDR& header : m_headers) {
         ApplyGain(header);
-        if (!m_bSuspended) waveOutWrite(m_hWaveOut, &header, sizeof(WAVEHDR));
+        if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
     return true;
 }

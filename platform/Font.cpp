@@ -150,7 +150,16 @@ std::vector<uint32_t> DecodeUtf8(const char* text, int length)
 }  // namespace
 }  // namespace platform
 
+// GCC says it builds for AddressSanitizer with a macro, clang with a feature.
 #if defined(__SANITIZE_ADDRESS__)
+#define TEMPVOX_LEAK_CHECKED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define TEMPVOX_LEAK_CHECKED 1
+#endif
+#endif
+
+#if defined(TEMPVOX_LEAK_CHECKED)
 // Fontconfig keeps caches for the life of the process that only FcFini
 // frees, and FcFini can't run while other users of fontconfig in the
 // process (a toolkit) may still hold its objects; so the leak checker is

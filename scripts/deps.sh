@@ -12,6 +12,7 @@ packages=(
   libgtk-3-dev
   espeak-ng sox tmux xvfb
   python3 python3-pyftpdlib python3-pytest
+  clang libclang-rt-14-dev
 )
 
 missing=()

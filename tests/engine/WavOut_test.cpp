@@ -477,9 +477,9 @@ TEST_F(EngineTest, ReplayFromCurrentPositionAfterTheEnd)
 
 TEST_F(EngineTest, ByteRatesThatCannotTimeTheFileAreRefusedAtOpen)
 {
-    // One second of 16-bit mono at 22050 Hz: 44100 bytes of data, and the
-    // byte rate the format implies is 22050 x 2 = 44100.
-    const std::string data = PatternData(44100);
+    // A fifth of a second of 16-bit mono at 22050 Hz: 8820 bytes of data in
+    // a file of 8864, and the byte rate the format implies is 22050 x 2.
+    const std::string data = PatternData(8820);
     struct Case {
         const char* name;
         uint32_t samplesPerSec;
@@ -491,14 +491,14 @@ TEST_F(EngineTest, ByteRatesThatCannotTimeTheFileAreRefusedAtOpen)
         {"as the format implies", 22050, 44100, {}, true},
         // A writer's rounding, and a rate off by less than the file holds.
         {"one byte more", 22050, 44101, {}, true},
-        {"off by the data length", 22050, 88200, {}, true},
+        {"off by the data length", 22050, 44100 + 8820, {}, true},
         // A tenth of these is 0 bytes: a read size that never reaches the end.
         {"zero", 22050, 0, {206, 208}, false},
         {"nine", 22050, 9, {206, 208}, false},
         {"ten, with a format to match", 5, 10, {}, true},
         // Four buffers of ten times a tenth of it: 16 GiB.
         {"four gibibytes", 22050, 0xFFFFFFFFu, {206, 208}, false},
-        {"off by more than the file holds", 22050, 44100 + 44144 + 1, {206, 208}, false},
+        {"off by more than the file holds", 22050, 44100 + 8864 + 1, {206, 208}, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -568,4 +568,39 @@ TEST_F(EngineTest, NoiseWhoseByteRateCannotTimeItIsRefusedLikeAForeignFile)
         engine.LoadMixSound(WriteFile("noise_rate.wav", bytes).c_str());
         EXPECT_EQ(host.BoxIds(), c.boxes);
     }
+}
+
+TEST_F(EngineTest, ReplayWhileBuffersAreQueuedLeavesThemAlone)
+{
+    // Replay asked for while the device still holds buffers: the device
+    // refuses the first queued header, so nothing new plays, and what it
+    // holds must play as it was read, every block once and in order.
+    const std::string data = PatternData(20 * 4410);
+    const std::string path = WriteFile("replay_busy.wav", CanonicalWav(kSpeechFormat, data));
+    engine.SetJustPlay(TRUE);
+    ASSERT_TRUE(engine.StartPlay(path.c_str()));
+    ASSERT_TRUE(host.Step(2));
+    struct Moment {
+        const char* name;
+        int stepsBefore;
+    };
+    // While playing all four buffers are queued, and the first is refused.
+    const Moment moments[] = {{"while playing", 0}, {"after a few more blocks", 5}};
+    for (const Moment& moment : moments) {
+        SCOPED_TRACE(moment.name);
+        ASSERT_TRUE(host.Step(moment.stepsBefore));
+        const uint64_t position = engine.FilePosition();
+        ASSERT_EQ(host.Queued(), 4u);
+        engine.ResetToPlayFromCurPos();
+        EXPECT_EQ(engine.FilePosition(), position);
+        EXPECT_EQ(host.Queued(), 4u);
+    }
+    // After the end only some are still queued; whatever goes out then holds
+    // what is left to read, which is nothing.
+    ASSERT_TRUE(host.Step(12));
+    ASSERT_GT(host.Queued(), 0u);
+    engine.ResetToPlayFromCurPos();
+    while (host.Step()) {
+    }
+    EXPECT_EQ(host.PlayedBytes(), data) << "a queued buffer was written into";
 }
