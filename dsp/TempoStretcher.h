@@ -51,6 +51,9 @@ public:
     static constexpr int kMarkCount = 1024;
     // Coarse peaks looked at again at the full rate.
     static constexpr int kRefinedPeaks = 5;
+    // Frames read around a segment beyond its ends: the interpolation
+    // between samples and the scores either side of the best match.
+    static constexpr int kReadMargin = 4;
 
     CTempoStretcher() = default;
     CTempoStretcher(const CTempoStretcher&) = delete;
@@ -126,8 +129,9 @@ private:
     void UpdateCoarse();
     void Compact();
     int RunHops();
-    int64_t Search(int64_t base, int64_t reference);
-    void Emit(int64_t reference, int64_t start);
+    int64_t Search(int64_t base, int64_t reference, float referenceFraction, float* fraction);
+    int64_t SearchWhole(int64_t base, int64_t reference, const float* target);
+    void Emit(int64_t reference, float referenceFraction, int64_t start, float fraction);
     void AddMark(int64_t output, double input);
     int Pull(int16_t* out, int capacity);
     int64_t InputRoom() const { return m_inCapacity - (m_inEnd - m_inBegin); }
@@ -158,12 +162,14 @@ private:
     std::vector<int16_t> m_output; // interleaved, [m_outBegin, m_outEnd)
     std::vector<Mark> m_marks;     // ring
     std::vector<float> m_scores;   // search scratch
+    std::vector<float> m_scratch;  // segments read between samples
 
     // Stream state.
     int64_t m_inBegin = 0;
     int64_t m_inEnd = 0;
     int64_t m_coarseEnd = 0;       // coarse values computed, in coarse units
-    int64_t m_previous = 0;        // start of the segment laid last
+    int64_t m_previous = 0;        // start of the segment laid last,
+    float m_previousFraction = 0;  // plus this part of a frame
     double m_nominal = 0.0;        // its nominal start
     int64_t m_outBegin = 0;
     int64_t m_outEnd = 0;

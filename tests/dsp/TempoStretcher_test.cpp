@@ -215,9 +215,10 @@ TEST(TempoStretcherTest, KeepsThePitch)
     }
 }
 
-// soundstretch -speech measures 27 to 48 dB on these tones at these rates
-// and factors (bench/tsm-quality.sh); 30 dB is above its worst case and
-// below the 34 dB this stretcher measures at its own worst (8 kHz, 2x).
+// How much of a held 220 Hz tone stays in its harmonics. soundstretch
+// -speech measures 27 to 48 dB on such tones at 8 to 48 kHz, 0.5x to 2x
+// (bench/tsm-quality.sh), worst at 8 kHz; 35 dB asks for better than its
+// worst case everywhere.
 TEST(TempoStretcherTest, SteadyToneStaysPure)
 {
     for (int rate : {8000, 22050, 44100, 48000}) {
@@ -225,7 +226,7 @@ TEST(TempoStretcherTest, SteadyToneStaysPure)
             SCOPED_TRACE(testing::Message() << rate << " Hz, factor " << factor);
             const Samples in = HarmonicTone(rate, int64_t((2.5 * factor + 1.5) * rate), 220.0);
             EXPECT_GT(HarmonicToResidualDb(in, rate, 220.0), 80.0);
-            EXPECT_GT(HarmonicToResidualDb(Stretch(in, rate, 1, factor).out, rate, 220.0), 30.0);
+            EXPECT_GT(HarmonicToResidualDb(Stretch(in, rate, 1, factor).out, rate, 220.0), 35.0);
         }
     }
 }
