@@ -20,12 +20,16 @@ constexpr double kOverlapSeconds = 0.0125;
 // that starts in step with the previous one can always be found.
 constexpr double kSearchSeconds = 0.012;
 // The coarse search runs on the channel sum averaged down to about this
-// rate: enough for the first formants that decide where a voice period
-// lines up, an eighth of the work at 44.1 kHz.
-constexpr double kCoarseRate = 5500.0;
+// rate: enough for the first formant and the voice periods, a tenth of the
+// work at 44.1 kHz. Which period lines up best to the sample is left to the
+// full-rate refinement of the best few coarse peaks.
+constexpr double kCoarseRate = 4000.0;
 // Below this mean square the segment before is taken as silence, where the
 // search has nothing to match and the nominal place is kept.
 constexpr double kQuietMeanSquare = 1.0;
+// Coarse peaks refined at the full rate: those whose squared correlation
+// reaches this share of the best one's.
+constexpr float kPeakShare = 0.8f;
 
 int64_t FloorDiv(int64_t a, int64_t b)
 {
@@ -35,23 +39,20 @@ int64_t FloorDiv(int64_t a, int64_t b)
 
 int64_t CeilDiv(int64_t a, int64_t b) { return -FloorDiv(-a, b); }
 
-double SumOfSquares(const float* x, int n)
-{
-    double s = 0.0;
-    for (int i = 0; i < n; ++i)
-        s += double(x[i]) * x[i];
-    return s;
-}
+double SumOfSquares(const float* x, int n) { return tempo_kernels::Dot(x, x, n); }
 
 // Normalised cross-correlation of `reference` with each of `count`
 // candidates starting at `candidates`, each `length` values long, into
-// scores[0..count). `candidates` holds count + length - 1 values.
+// scores[0..count), squared with its sign kept: it ranks the candidates the
+// same without a square root for each. `candidates` holds
+// count + length - 1 values.
 void ScoreMatches(const float* reference, const float* candidates, int count, int length, float* scores)
 {
     double energy = SumOfSquares(candidates, length);
     for (int j = 0; j < count; ++j) {
         const float* x = candidates + j;
-        scores[j] = float(double(tempo_kernels::Dot(reference, x, length)) / std::sqrt(energy + 1.0));
+        const double product = tempo_kernels::Dot(reference, x, length);
+        scores[j] = float(product * std::abs(product) / (energy + 1.0));
         if (j + 1 < count)
             energy = std::max(0.0, energy + double(x[length]) * x[length] - double(x[0]) * x[0]);
     }
@@ -88,7 +89,7 @@ struct Cubic {
 };
 
 // x read from `start` plus `fraction` on, n values.
-void ReadBetween(const float* x, float fraction, int n, float* into)
+void ReadBetween(const float* __restrict x, float fraction, int n, float* __restrict into)
 {
     if (fraction == 0.0f) {
         std::copy_n(x, n, into);
@@ -452,10 +453,13 @@ int64_t CTempoStretcher::SearchWhole(int64_t base, int64_t reference, const floa
         }
         peaks[at] = j;
     }
+    // Peaks well below the best are not worth a closer look.
+    while (found > 1 && scores[peaks[found - 1]] < kPeakShare * scores[peaks[0]])
+        --found;
 
     // Full rate around each peak; a coarse value spans d lags, so the best
     // full-rate lag lies within about half of that either way.
-    const int reach = d / 2 + 1;
+    const int reach = (d + 1) / 2;
     float* fine = scores + count;
     int64_t best = base;
     float bestScore = -std::numeric_limits<float>::infinity();
