@@ -7,11 +7,13 @@
 //
 // Waveform-similarity overlap-add that keeps its state from one call to the
 // next. The output is laid down in hops of about 12.5 ms; each hop takes a
-// segment of input near its nominal place, chosen so that its start matches
-// what the previous segment would have gone on to play, and crossfades into
-// it with a raised-cosine fade. The nominal place moves on by factor x hop
-// for every hop, whatever the search picked, so the delivered tempo is exact
-// over any stretch longer than a hop and does not drift.
+// segment of input within 12 ms of its nominal place, chosen so that its
+// start matches what the previous segment would have gone on to play, and
+// crossfades into it with a raised-cosine fade. The match is found on a
+// copy of the input averaged down to about 4 kHz, refined at the full rate
+// and placed to a fraction of a sample. The nominal place moves on by
+// factor x hop for every hop, whatever the search picked, so the delivered
+// tempo is exact over any stretch longer than a hop and does not drift.
 //
 // All lengths are times turned into frames at the stream's sample rate, so
 // 8 kHz and 48 kHz sound alike. The search runs on the sum of the channels;
@@ -38,8 +40,9 @@
 //   ordering (e.g. a lock held around both).
 //
 // Latency
-//   The stretcher holds back up to about 40 ms of input (the search window
-//   ahead plus one hop); Drain() plays it out at the end of a stream.
+//   The stretcher holds back up to about 40 ms of input (the search reach
+//   ahead of the next hop, plus that hop's advance); the output needs no
+//   more than that. Drain() plays it out at the end of a stream.
 class CTempoStretcher {
 public:
     static constexpr int kMinRate = 8000;
@@ -49,7 +52,7 @@ public:
     static constexpr double kMaxFactor = 2.0;
     // How many hops back InputPositionAt() can look: about 12 s of output.
     static constexpr int kMarkCount = 1024;
-    // Coarse peaks looked at again at the full rate.
+    // At most this many coarse peaks are looked at again at the full rate.
     static constexpr int kRefinedPeaks = 5;
     // Frames read around a segment beyond its ends: the interpolation
     // between samples and the scores either side of the best match.
