@@ -20,12 +20,16 @@ constexpr double kOverlapSeconds = 0.0125;
 // that starts in step with the previous one can always be found.
 constexpr double kSearchSeconds = 0.012;
 // The coarse search runs on the channel sum averaged down to about this
-// rate: enough for the first formants that decide where a voice period
-// lines up, an eighth of the work at 44.1 kHz.
-constexpr double kCoarseRate = 5500.0;
+// rate: enough for the first formant and the voice periods, a tenth of the
+// work at 44.1 kHz. Which period lines up best to the sample is left to the
+// full-rate refinement of the best few coarse peaks.
+constexpr double kCoarseRate = 4000.0;
 // Below this mean square the segment before is taken as silence, where the
 // search has nothing to match and the nominal place is kept.
 constexpr double kQuietMeanSquare = 1.0;
+// Coarse peaks refined at the full rate: those whose squared correlation
+// reaches this share of the best one's.
+constexpr float kPeakShare = 0.8f;
 
 int64_t FloorDiv(int64_t a, int64_t b)
 {
@@ -35,23 +39,20 @@ int64_t FloorDiv(int64_t a, int64_t b)
 
 int64_t CeilDiv(int64_t a, int64_t b) { return -FloorDiv(-a, b); }
 
-double SumOfSquares(const float* x, int n)
-{
-    double s = 0.0;
-    for (int i = 0; i < n; ++i)
-        s += double(x[i]) * x[i];
-    return s;
-}
+double SumOfSquares(const float* x, int n) { return tempo_kernels::Dot(x, x, n); }
 
 // Normalised cross-correlation of `reference` with each of `count`
 // candidates starting at `candidates`, each `length` values long, into
-// scores[0..count). `candidates` holds count + length - 1 values.
+// scores[0..count), squared with its sign kept: it ranks the candidates the
+// same without a square root for each. `candidates` holds
+// count + length - 1 values.
 void ScoreMatches(const float* reference, const float* candidates, int count, int length, float* scores)
 {
     double energy = SumOfSquares(candidates, length);
     for (int j = 0; j < count; ++j) {
         const float* x = candidates + j;
-        scores[j] = float(double(tempo_kernels::Dot(reference, x, length)) / std::sqrt(energy + 1.0));
+        const double product = tempo_kernels::Dot(reference, x, length);
+        scores[j] = float(product * std::abs(product) / (energy + 1.0));
         if (j + 1 < count)
             energy = std::max(0.0, energy + double(x[length]) * x[length] - double(x[0]) * x[0]);
     }
@@ -65,6 +66,38 @@ int Highest(const float* scores, int count)
         if (scores[j] > scores[best])
             best = j;
     return best;
+}
+
+// Normalised cross-correlation of `reference` with x[0..length).
+double Similarity(const float* reference, const float* x, int length)
+{
+    return double(tempo_kernels::Dot(reference, x, length)) / std::sqrt(SumOfSquares(x, length) + 1.0);
+}
+
+// Weights of the cubic through x[-1], x[0], x[1], x[2], read at fraction f
+// between x[0] and x[1]; at f = 0 they are exactly 0, 1, 0, 0.
+struct Cubic {
+    float w[4];
+    explicit Cubic(double f)
+    {
+        w[0] = float(-f * (f - 1) * (f - 2) / 6);
+        w[1] = float((f + 1) * (f - 1) * (f - 2) / 2);
+        w[2] = float(-(f + 1) * f * (f - 2) / 2);
+        w[3] = float((f + 1) * f * (f - 1) / 6);
+    }
+    float At(const float* x) const { return w[0] * x[-1] + w[1] * x[0] + w[2] * x[1] + w[3] * x[2]; }
+};
+
+// x read from `start` plus `fraction` on, n values.
+void ReadBetween(const float* __restrict x, float fraction, int n, float* __restrict into)
+{
+    if (fraction == 0.0f) {
+        std::copy_n(x, n, into);
+        return;
+    }
+    const Cubic cubic(fraction);
+    for (int i = 0; i < n; ++i)
+        into[i] = cubic.At(x + i);
 }
 
 int16_t ToSample(float v)
@@ -97,10 +130,11 @@ bool CTempoStretcher::Configure(int sampleRate, int channels, int maxBlockFrames
         m_decimation = 1;
     // Silence ahead of the first frame, so the first hops read real frames
     // only where the input has them, and whole coarse values.
-    m_lead = int(CeilDiv(m_search + m_hop + m_decimation, m_decimation) * m_decimation);
+    m_lead = int(CeilDiv(m_search + m_hop + m_decimation + kReadMargin, m_decimation) * m_decimation);
     // What a call leaves behind (history for the search and the next
     // crossfade, input for a hop not yet possible) plus one block.
-    m_inCapacity = int64_t(maxBlockFrames) + 4 * m_hop + m_overlap + 2 * m_search + 4 * m_decimation + 64;
+    m_inCapacity =
+        int64_t(maxBlockFrames) + 4 * m_hop + m_overlap + 2 * m_search + 4 * m_decimation + 4 * kReadMargin + 64;
     m_inCapacity = std::max<int64_t>(m_inCapacity, m_lead);
     m_outCapacity = 2 * int64_t(maxBlockFrames) + 2 * m_overlap + 2 * m_hop + 8;
 
@@ -112,6 +146,8 @@ bool CTempoStretcher::Configure(int sampleRate, int channels, int maxBlockFrames
     // Coarse scores, then one refinement's full-rate scores (or, without a
     // coarse stage, all full-rate scores).
     m_scores.assign(size_t(2 * m_search + 2 * m_decimation + 8), 0.0f);
+    // The previous segment's continuation, and the segments being faded.
+    m_scratch.assign(size_t(3 * m_hop), 0.0f);
     m_fade.resize(size_t(m_overlap));
     const double pi = 3.14159265358979323846;
     for (int i = 0; i < m_overlap; ++i)
@@ -140,6 +176,7 @@ void CTempoStretcher::Reset()
     // A segment of that silence was laid just before output frame 0, so the
     // first hop fades in from silence and output frame 0 maps to input 0.
     m_previous = m_lead - m_hop;
+    m_previousFraction = 0.0f;
     m_nominal = double(m_previous);
     m_hopFactor = m_factor;
     m_outBegin = 0;
@@ -300,7 +337,8 @@ void CTempoStretcher::Compact()
     // hop after the last nominal place, and from the continuation of the last
     // segment; the coarse search may start up to one coarse value earlier.
     const int d = m_decimation;
-    int64_t keep = std::min<int64_t>(int64_t(std::floor(m_nominal + 0.5 * m_hop)) - m_search - 1, m_previous + m_hop) - d;
+    int64_t keep = std::min<int64_t>(int64_t(std::floor(m_nominal + 0.5 * m_hop)) - m_search - 1, m_previous + m_hop) -
+                   d - kReadMargin;
     keep = std::clamp(FloorDiv(keep, d) * d, m_inBegin, FloorDiv(m_inEnd, d) * d);
     const int64_t drop = keep - m_inBegin;
     if (drop <= 0)
@@ -325,29 +363,55 @@ int CTempoStretcher::RunHops()
         // The search reads up to a hop past its window (the full-rate scores
         // use the overlap, the segment itself the hop), the crossfade the
         // overlap past the reference; one more coarse value covers rounding.
-        const int64_t needed = std::max(base + m_search + m_hop, reference + m_overlap) + m_decimation;
+        const int64_t needed = std::max(base + m_search + m_hop, reference + m_overlap) + m_decimation + kReadMargin;
         if (needed > m_inEnd)
             break;
-        const int64_t start = Search(base, reference);
-        Emit(reference, start);
+        float fraction = 0.0f;
+        const int64_t start = Search(base, reference, m_previousFraction, &fraction);
+        Emit(reference, m_previousFraction, start, fraction);
         m_previous = start;
+        m_previousFraction = fraction;
         m_nominal = nominal;
         m_hopFactor = m_factor;
         m_produced += m_hop;
         // The next hop starts on the unmixed continuation of this segment.
-        AddMark(m_produced, double(start + m_hop - m_lead));
+        AddMark(m_produced, double(start + m_hop - m_lead) + fraction);
         ++hops;
     }
     return hops;
 }
 
-int64_t CTempoStretcher::Search(int64_t base, int64_t reference)
+int64_t CTempoStretcher::Search(int64_t base, int64_t reference, float referenceFraction, float* fraction)
+{
+    *fraction = 0.0f;
+    const int length = m_overlap;
+    const float* sum = m_sum.data();
+    float* target = m_scratch.data();
+    ReadBetween(sum + (reference - m_inBegin), referenceFraction, length, target);
+    if (SumOfSquares(target, length) < kQuietMeanSquare * length)
+        return base;
+    const int64_t best = SearchWhole(base, reference, target);
+    // A parabola through the scores either side places the match between
+    // samples: a period rarely spans a whole number of them, and a splice
+    // half a sample out of step would leave a rough edge on a held vowel.
+    const float* at = sum + (best - m_inBegin);
+    const double before = Similarity(target, at - 1, length);
+    const double here = Similarity(target, at, length);
+    const double after = Similarity(target, at + 1, length);
+    const double curve = before - 2 * here + after;
+    if (curve >= 0.0 || here < before || here < after)
+        return best;
+    const double offset = std::clamp(0.5 * (before - after) / curve, -0.5, 0.5);
+    *fraction = float(offset < 0.0 ? 1.0 + offset : offset);
+    if (*fraction >= 1.0f)   // so little below the sample that it rounds to it
+        *fraction = 0.0f;
+    return offset < 0.0 && *fraction > 0.0f ? best - 1 : best;
+}
+
+int64_t CTempoStretcher::SearchWhole(int64_t base, int64_t reference, const float* target)
 {
     const int length = m_overlap;
     const float* sum = m_sum.data();
-    const float* target = sum + (reference - m_inBegin);
-    if (SumOfSquares(target, length) < kQuietMeanSquare * length)
-        return base;
     const int64_t lo = base - m_search;
     const int64_t hi = base + m_search;
     float* scores = m_scores.data();
@@ -389,10 +453,13 @@ int64_t CTempoStretcher::Search(int64_t base, int64_t reference)
         }
         peaks[at] = j;
     }
+    // Peaks well below the best are not worth a closer look.
+    while (found > 1 && scores[peaks[found - 1]] < kPeakShare * scores[peaks[0]])
+        --found;
 
     // Full rate around each peak; a coarse value spans d lags, so the best
     // full-rate lag lies within about half of that either way.
-    const int reach = d / 2 + 1;
+    const int reach = (d + 1) / 2;
     float* fine = scores + count;
     int64_t best = base;
     float bestScore = -std::numeric_limits<float>::infinity();
@@ -413,17 +480,19 @@ int64_t CTempoStretcher::Search(int64_t base, int64_t reference)
     return best;
 }
 
-void CTempoStretcher::Emit(int64_t reference, int64_t start)
+void CTempoStretcher::Emit(int64_t reference, float referenceFraction, int64_t start, float fraction)
 {
     const int channels = m_channels;
     const int overlap = m_overlap;
     const int hop = m_hop;
     const float* fade = m_fade.data();
+    float* from = m_scratch.data() + hop;
+    float* to = from + hop;
     int16_t* out = m_output.data() + size_t(m_outEnd) * size_t(channels);
     for (int c = 0; c < channels; ++c) {
         const float* x = m_input.data() + size_t(c) * size_t(m_inCapacity);
-        const float* from = x + (reference - m_inBegin);
-        const float* to = x + (start - m_inBegin);
+        ReadBetween(x + (reference - m_inBegin), referenceFraction, overlap, from);
+        ReadBetween(x + (start - m_inBegin), fraction, hop, to);
         int16_t* o = out + c;
         for (int i = 0; i < overlap; ++i)
             o[size_t(i) * channels] = ToSample(from[i] + fade[i] * (to[i] - from[i]));

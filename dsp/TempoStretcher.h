@@ -7,11 +7,13 @@
 //
 // Waveform-similarity overlap-add that keeps its state from one call to the
 // next. The output is laid down in hops of about 12.5 ms; each hop takes a
-// segment of input near its nominal place, chosen so that its start matches
-// what the previous segment would have gone on to play, and crossfades into
-// it with a raised-cosine fade. The nominal place moves on by factor x hop
-// for every hop, whatever the search picked, so the delivered tempo is exact
-// over any stretch longer than a hop and does not drift.
+// segment of input within 12 ms of its nominal place, chosen so that its
+// start matches what the previous segment would have gone on to play, and
+// crossfades into it with a raised-cosine fade. The match is found on a
+// copy of the input averaged down to about 4 kHz, refined at the full rate
+// and placed to a fraction of a sample. The nominal place moves on by
+// factor x hop for every hop, whatever the search picked, so the delivered
+// tempo is exact over any stretch longer than a hop and does not drift.
 //
 // All lengths are times turned into frames at the stream's sample rate, so
 // 8 kHz and 48 kHz sound alike. The search runs on the sum of the channels;
@@ -38,8 +40,9 @@
 //   ordering (e.g. a lock held around both).
 //
 // Latency
-//   The stretcher holds back up to about 40 ms of input (the search window
-//   ahead plus one hop); Drain() plays it out at the end of a stream.
+//   The stretcher holds back up to about 40 ms of input (the search reach
+//   ahead of the next hop, plus that hop's advance); the output needs no
+//   more than that. Drain() plays it out at the end of a stream.
 class CTempoStretcher {
 public:
     static constexpr int kMinRate = 8000;
@@ -49,8 +52,11 @@ public:
     static constexpr double kMaxFactor = 2.0;
     // How many hops back InputPositionAt() can look: about 12 s of output.
     static constexpr int kMarkCount = 1024;
-    // Coarse peaks looked at again at the full rate.
+    // At most this many coarse peaks are looked at again at the full rate.
     static constexpr int kRefinedPeaks = 5;
+    // Frames read around a segment beyond its ends: the interpolation
+    // between samples and the scores either side of the best match.
+    static constexpr int kReadMargin = 4;
 
     CTempoStretcher() = default;
     CTempoStretcher(const CTempoStretcher&) = delete;
@@ -126,8 +132,9 @@ private:
     void UpdateCoarse();
     void Compact();
     int RunHops();
-    int64_t Search(int64_t base, int64_t reference);
-    void Emit(int64_t reference, int64_t start);
+    int64_t Search(int64_t base, int64_t reference, float referenceFraction, float* fraction);
+    int64_t SearchWhole(int64_t base, int64_t reference, const float* target);
+    void Emit(int64_t reference, float referenceFraction, int64_t start, float fraction);
     void AddMark(int64_t output, double input);
     int Pull(int16_t* out, int capacity);
     int64_t InputRoom() const { return m_inCapacity - (m_inEnd - m_inBegin); }
@@ -158,12 +165,14 @@ private:
     std::vector<int16_t> m_output; // interleaved, [m_outBegin, m_outEnd)
     std::vector<Mark> m_marks;     // ring
     std::vector<float> m_scores;   // search scratch
+    std::vector<float> m_scratch;  // segments read between samples
 
     // Stream state.
     int64_t m_inBegin = 0;
     int64_t m_inEnd = 0;
     int64_t m_coarseEnd = 0;       // coarse values computed, in coarse units
-    int64_t m_previous = 0;        // start of the segment laid last
+    int64_t m_previous = 0;        // start of the segment laid last,
+    float m_previousFraction = 0;  // plus this part of a frame
     double m_nominal = 0.0;        // its nominal start
     int64_t m_outBegin = 0;
     int64_t m_outEnd = 0;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <numeric>
 #include <vector>
 
 #include "support/SpeechLikeSignal.h"
@@ -91,20 +92,13 @@ Samples HarmonicTone(int rate, int64_t frames, double f0, std::vector<double> ga
     return out;
 }
 
-Samples Channel(const Samples& x, int channels, int c)
-{
-    Samples out;
-    for (size_t i = size_t(c); i < x.size(); i += size_t(channels))
-        out.push_back(x[i]);
-    return out;
-}
-
-double Rms(const Samples& x)
+// Of channel c of `channels`.
+double Rms(const Samples& x, int channels = 1, int c = 0)
 {
     double s = 0;
-    for (int16_t v : x)
-        s += double(v) * v;
-    return std::sqrt(s / std::max<size_t>(x.size(), 1));
+    for (size_t i = size_t(c); i < x.size(); i += size_t(channels))
+        s += double(x[i]) * x[i];
+    return std::sqrt(s * channels / double(std::max<size_t>(x.size(), 1)));
 }
 
 // Power spectrum of the middle of x (half a second left out at each end),
@@ -215,9 +209,10 @@ TEST(TempoStretcherTest, KeepsThePitch)
     }
 }
 
-// soundstretch -speech measures 27 to 48 dB on these tones at these rates
-// and factors (bench/tsm-quality.sh); 30 dB is above its worst case and
-// below the 34 dB this stretcher measures at its own worst (8 kHz, 2x).
+// How much of a held 220 Hz tone stays in its harmonics. By the same
+// measure (bench/tsm-quality.sh), soundstretch -speech keeps 27 to 48 dB of
+// such tones at 8 to 48 kHz and 0.5x to 2x, worst at 8 kHz; 35 dB asks for
+// better than its worst case everywhere.
 TEST(TempoStretcherTest, SteadyToneStaysPure)
 {
     for (int rate : {8000, 22050, 44100, 48000}) {
@@ -225,7 +220,7 @@ TEST(TempoStretcherTest, SteadyToneStaysPure)
             SCOPED_TRACE(testing::Message() << rate << " Hz, factor " << factor);
             const Samples in = HarmonicTone(rate, int64_t((2.5 * factor + 1.5) * rate), 220.0);
             EXPECT_GT(HarmonicToResidualDb(in, rate, 220.0), 80.0);
-            EXPECT_GT(HarmonicToResidualDb(Stretch(in, rate, 1, factor).out, rate, 220.0), 30.0);
+            EXPECT_GT(HarmonicToResidualDb(Stretch(in, rate, 1, factor).out, rate, 220.0), 35.0);
         }
     }
 }
@@ -242,13 +237,13 @@ TEST(TempoStretcherTest, ChannelsNeverMix)
                 quietRight[2 * i + 1] = int16_t(std::lround(speech[i] * 0.1));
             }
             const Samples silentOut = Stretch(silentRight, rate, 2, factor).out;
-            const double left = Rms(Channel(silentOut, 2, 0));
+            const double left = Rms(silentOut, 2, 0);
             EXPECT_GT(left, 100.0);
-            EXPECT_LT(Rms(Channel(silentOut, 2, 1)), left * std::pow(10.0, -90.0 / 20));
+            EXPECT_LT(Rms(silentOut, 2, 1), left * std::pow(10.0, -90.0 / 20));
 
             const Samples quietOut = Stretch(quietRight, rate, 2, factor).out;
-            const double inDb = 20 * std::log10(Rms(Channel(quietRight, 2, 1)) / Rms(Channel(quietRight, 2, 0)));
-            const double outDb = 20 * std::log10(Rms(Channel(quietOut, 2, 1)) / Rms(Channel(quietOut, 2, 0)));
+            const double inDb = 20 * std::log10(Rms(quietRight, 2, 1) / Rms(quietRight, 2, 0));
+            const double outDb = 20 * std::log10(Rms(quietOut, 2, 1) / Rms(quietOut, 2, 0));
             EXPECT_NEAR(inDb, -20.0, 0.05);
             EXPECT_NEAR(outDb, inDb, 0.3);
         }
@@ -427,8 +422,7 @@ TEST(TempoStretcherTest, EightBitSamplesWidenAndNarrowByTheirScale)
     }
     std::vector<uint8_t> all(256), back(256);
     std::vector<int16_t> wide(256);
-    for (int v = 0; v < 256; ++v)
-        all[size_t(v)] = uint8_t(v);
+    std::iota(all.begin(), all.end(), uint8_t(0));
     WidenU8ToS16(all.data(), wide.data(), 256);
     NarrowS16ToU8(wide.data(), back.data(), 256);
     EXPECT_EQ(back, all);
