@@ -12,9 +12,9 @@ void PrintUsage()
 {
     std::fprintf(stderr,
                  "usage: tempvox <command> [arguments]\n"
-                 "  play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
+                 "  play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play] [--classic]\n"
                  "       [--audio alsa|null|capture:OUT.wav]        play a recording to its end\n"
-                 "  render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--just-play]\n"
+                 "  render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--just-play] [--classic]\n"
                  "                                                  write what would be played\n"
                  "  host [--audio ...] [--clock real|manual] [--debug] [--script FILE]\n"
                  "                                                  run the test container\n"

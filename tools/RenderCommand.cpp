@@ -17,7 +17,10 @@
 namespace {
 
 const char* kRenderUsage =
-    "usage: tempvox render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--loop START END] [--just-play]\n";
+    "usage: tempvox render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--loop START END] [--just-play]\n"
+    "                      [--classic]\n"
+    "The refined profile is the default: the tempo is the level's factor exactly, channels stay apart;\n"
+    "--classic renders as the original control did.\n";
 
 void ShowProgressBar(CTempvoxCtrl& control)
 {
