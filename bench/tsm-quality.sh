@@ -41,7 +41,7 @@ py=/usr/bin/python3
 
 have_tempvox=0; [ -x "$tool" ] && have_tempvox=1
 have_classic=0
-if [ $have_tempvox = 1 ] && "$tool" 2>&1 | grep -q -- '--classic'; then have_classic=1; fi
+if [ $have_tempvox = 1 ] && "$tool" --help 2>&1 | grep -q -- '--classic'; then have_classic=1; fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
