@@ -248,7 +248,10 @@ BOOL CWavOut::ResumePlay()
     }
     m_resumeTick = GetTickCount();
     m_state = 1;
-    if (static_cast<uint32_t>(m_file.GetPosition()) == m_pausePosition) return TRUE;
+    // A refined jump made while paused may land where reading stood; it
+    // still starts the stages afresh there.
+    const bool jumpedWhilePaused = IsRefined() && m_timeOverrideMs.load() >= 0;
+    if (static_cast<uint32_t>(m_file.GetPosition()) == m_pausePosition && !jumpedWhilePaused) return TRUE;
 
     // The position moved while paused: what is queued belongs to the old
     // place, so it is thrown away and the new place is heard at once.
