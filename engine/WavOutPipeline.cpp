@@ -236,6 +236,14 @@ bool CWavOut::MixNoise(uint8_t* data, uint32_t byteCount)
 void CWavOut::ApplyGain(WAVEHDR& header)
 {
     float gain = m_gain.load();
+    if (IsRefined()) {
+        // Channels apart: a clipped sample is held, never rebuilt from the
+        // other channel's samples beside it.
+        ApplyGainAndVolumeFrames(reinterpret_cast<uint8_t*>(header.lpData), header.dwBufferLength,
+                                 m_format.bitsPerSample, m_format.channels, m_volume.load(), &gain);
+        m_gain = gain;
+        return;
+    }
     ApplyGainAndVolume(reinterpret_cast<uint8_t*>(header.lpData), static_cast<int32_t>(header.dwBufferLength),
                        m_format.bitsPerSample, m_volume.load(), &gain);
     m_gain = gain;
