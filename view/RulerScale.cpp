@@ -85,7 +85,7 @@ RulerLayout LayOutRuler(const TimeAxis& axis, const std::function<int(const std:
         label.tick = layout.majorTicks[i];
         label.text = RulerLabelText(i * layout.stepSeconds);
         label.width = textWidth(label.text);
-        label.left = std::min(label.tick + 2, axis.width - label.width);
+        label.left = std::min(label.tick + kRulerLabelGap / 3, axis.width - label.width - kRulerLabelGap / 3);
         if (label.left < firstFree || label.left < 0)
             continue;
         firstFree = label.left + label.width + kRulerLabelGap;
