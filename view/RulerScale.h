@@ -35,7 +35,7 @@ struct RulerLayout {
 };
 
 // The gap, in pixels, that stands at least between two labels.
-constexpr int kRulerLabelGap = 6;
+constexpr int kRulerLabelGap = 8;
 // Minor ticks are drawn only when they stand at least this far apart.
 constexpr int kMinorTickSpacing = 6;
 
