@@ -181,6 +181,36 @@ TEST(RefinedView, SavesTakeWholeFramesFromTheFirstFrameOfTheStartColumn)
     }
 }
 
+TEST(RefinedView, ReadsChunksAsTheFormatLaysThemOutAndRefusesWhatItCannotDraw)
+{
+    constexpr const char* kBadFile = "Failing while reading wav file!";
+    const std::string loud = Constant(16, 16000, 20000);
+    testwav::Format adpcm = Mono(8000, 16);
+    adpcm.formatTag = 2;
+    struct Case {
+        const char* name;
+        std::string bytes;
+        bool drawn;
+    };
+    const std::vector<Case> cases = {
+        // An odd chunk ahead of "fmt " is padded to an even length.
+        {"odd LIST chunk before the format", WaveBytes(Mono(8000, 16), loud, Layout{16, false, std::string("LIST\3\0\0\0abc\0", 12)}), true},
+        {"18-byte format", WaveBytes(Mono(8000, 16), loud, Layout{18, false, ""}), true},
+        {"compressed samples", WaveBytes(adpcm, loud), false},
+    };
+    for (const Case& c : cases) {
+        RefinedFixture fixture(300, 125);
+        fixture.Attach(testwav::WriteFile("chunks.wav", c.bytes));
+        EXPECT_EQ(fixture.BoxesSaying(kBadFile), c.drawn ? 0 : 1) << c.name;
+        // A constant 20000 of 32768 is a flat trace 0.61 of the way from the
+        // band's centre (row 75) to its top (row 25): about row 45.
+        bool traced = false;
+        for (int y = 40; y <= 50; ++y)
+            traced = traced || fixture.Pixel(150, y) != kBlack;
+        EXPECT_EQ(traced, c.drawn) << c.name;
+    }
+}
+
 TEST(ViewSave, TheHostsFolderComesBackAfterTheDialogueInBothDrawings)
 {
     for (bool refined : {false, true}) {
