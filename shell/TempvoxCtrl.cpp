@@ -127,10 +127,18 @@ BOOL CTempvoxCtrl::StartPlay()
     } else {
         result = m_wavOut.StartPlay(m_playFilePath.c_str());
     }
-    m_waveView.SetSelectable(FALSE);
+    m_waveView.SetSelectable(SelectableWhilePlaying());
     m_waveView.ShowPlayCaret(TRUE);
     SetTimer(m_hWnd, TIMER_CARET, kSectionTimerMs);
     return result;
+}
+
+// The refined profile lets a section be dragged while it plays: play goes
+// on, and the new section is taken up by the next pass (StartPlay after the
+// section ends, or ResumePlay), as a drag during a pause always was.
+BOOL CTempvoxCtrl::SelectableWhilePlaying() const
+{
+    return m_wavOut.IsRefined() ? TRUE : FALSE;
 }
 
 void CTempvoxCtrl::PausePlay()
@@ -157,7 +165,7 @@ BOOL CTempvoxCtrl::ResumePlay()
         }
         SetTimer(m_hWnd, TIMER_SECTION, kSectionTimerMs);
     }
-    m_waveView.SetSelectable(FALSE);
+    m_waveView.SetSelectable(SelectableWhilePlaying());
     return m_wavOut.ResumePlay();
 }
 
@@ -254,6 +262,7 @@ BOOL CTempvoxCtrl::CreateWavViewWnd(int32_t xPos, int32_t yPos, int32_t cX, int3
     ViewRect rect{xPos, yPos, xPos + cX, yPos + cY};
     HWND parent = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(parentHwnd)));
     m_waveView.SetTemporaryFolder(m_tempDir);
+    m_waveView.SetRefined(m_wavOut.GetPlaybackProfile() == kProfileRefined);
     if (m_waveView.Create(rect, parent)) {
         OutputDebugStringA("CreateWavViewWnd!-success");
         m_bViewCreated = 1;
@@ -284,6 +293,7 @@ BOOL CTempvoxCtrl::AttachWavViewToFile(BOOL isAttach)
         m_bAttached = 0;
         return FALSE;
     }
+    m_waveView.SetRefined(m_wavOut.GetPlaybackProfile() == kProfileRefined);
     m_waveView.AttachFile(m_playFilePath.c_str());
     m_waveView.ShowPlayCaret(FALSE);
     m_bAttached = 1;
@@ -410,6 +420,7 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
             throw std::invalid_argument("profile must be 0 (classic) or 1 (refined), got " +
                                         std::to_string(a[0].intValue));
         m_wavOut.SetPlaybackProfile(static_cast<int16_t>(a[0].intValue));
+        m_waveView.SetRefined(a[0].intValue == kProfileRefined);
         return {};
     case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
     default:

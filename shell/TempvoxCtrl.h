@@ -59,6 +59,7 @@ public:
 private:
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam);
     void OnTimer(UINT_PTR id);
+    BOOL SelectableWhilePlaying() const;
     void FireEvent(DISPID id, std::vector<Variant> args = {});
     void StopAndDeleteTemporaries();
     BOOL TakeLocatedPath();

@@ -20,7 +20,8 @@ void PrintUsage()
                  "                                                  run the test container\n"
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
                  "                                                  encode 16-bit PCM as wzq\n"
-                 "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n"
+                 "  view FILE|URL -o OUT.png [--size WxH] [--classic]\n"
+                 "                                                  draw the waveform view to a PNG\n"
                  "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
 }
 
