@@ -35,8 +35,7 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   run_round asan build-asan all all -DCMAKE_BUILD_TYPE=Debug -DTEMPVOX_SANITIZE=ON -DTEMPVOX_BENCH=OFF
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   run_round tsan build-tsan threaded_tests threaded -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTEMPVOX_TSAN=ON -DTEMPVOX_BENCH=OFF
-ASAN_OPTIONS=detect_leaks=0 \
-  run_round fuzz build-fuzz fuzz_targets fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTEMPVOX_FUZZ=ON -DTEMPVOX_BENCH=OFF \
+run_round fuzz build-fuzz fuzz_targets fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTEMPVOX_FUZZ=ON -DTEMPVOX_BENCH=OFF \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
 
 printf '%s\n' "${timings[@]}"
