@@ -14,6 +14,12 @@
 
 namespace {
 
+// 32-bit two's complement addition, without the undefined overflow of int.
+int32_t WrappingSum(int32_t a, int32_t b)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
 constexpr UINT kSectionTimerMs = 80;
 
 }  // namespace
@@ -259,7 +265,9 @@ BOOL CTempvoxCtrl::DeleteAllDownedFile()
 BOOL CTempvoxCtrl::CreateWavViewWnd(int32_t xPos, int32_t yPos, int32_t cX, int32_t cY, int32_t parentHwnd)
 {
     OutputDebugStringA("CreateWavViewWnd!");
-    ViewRect rect{xPos, yPos, xPos + cX, yPos + cY};
+    // The corner and size travel as a rectangle whose far edge may wrap
+    // around; the view takes the size back from it, as the host gave it.
+    ViewRect rect{xPos, yPos, WrappingSum(xPos, cX), WrappingSum(yPos, cY)};
     HWND parent = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(parentHwnd)));
     m_waveView.SetTemporaryFolder(m_tempDir);
     m_waveView.SetRefined(m_wavOut.GetPlaybackProfile() == kProfileRefined);

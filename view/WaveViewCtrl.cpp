@@ -151,8 +151,12 @@ BOOL CWaveViewCtrl::CreateChild(DWORD style, const RECT& rect, HWND parent, UINT
     static const char* s_className = nullptr;
     if (s_className == nullptr)
         s_className = AfxRegisterWndClass(CS_VREDRAW | CS_HREDRAW, nullptr, nullptr, nullptr);
-    return CreateEx(kViewExStyle, s_className, "", style, rect.left, rect.top, rect.right - rect.left,
-                    rect.bottom - rect.top, parent, id, nullptr);
+    // A far edge that wrapped around gives the size back by wrapping again.
+    const auto span = [](LONG from, LONG to) {
+        return static_cast<int>(static_cast<uint32_t>(to) - static_cast<uint32_t>(from));
+    };
+    return CreateEx(kViewExStyle, s_className, "", style, rect.left, rect.top, span(rect.left, rect.right),
+                    span(rect.top, rect.bottom), parent, id, nullptr);
 }
 
 int CWaveViewCtrl::OnCreate(CREATESTRUCTA*)
