@@ -84,6 +84,9 @@ std::string BuildDownloadUrl(const std::string& address, int16_t port, const std
 {
     std::string scheme = Lowercase(std::string_view(address).substr(0, 6));
     if (scheme == "http:/" || scheme == "ftp://") return address + path;
+    // An https address could only fail with the plain form's prefix and port
+    // in front of it; libcurl speaks it, so it is taken as it is too.
+    if (Lowercase(std::string_view(address).substr(0, 8)) == "https://") return address + path;
     char portText[16];
     std::snprintf(portText, sizeof portText, "%d", static_cast<int>(port));
     return "http://" + address + ":" + portText + path;

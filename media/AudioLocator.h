@@ -32,8 +32,8 @@ bool IsEncodedPath(const std::string& path);
 // '/', else all of it.
 std::string FileNameOfPath(const std::string& path);
 
-// The address a remote file is fetched from: "http:/" and "ftp://" prefixes
-// (any case) take the path as it is; any other server gets
+// The address a remote file is fetched from: "http:/", "https://" and
+// "ftp://" prefixes (any case) take the path as it is; any other server gets
 // "http://address:port" in front of the path.
 std::string BuildDownloadUrl(const std::string& address, int16_t port, const std::string& path);
 

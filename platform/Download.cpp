@@ -93,6 +93,12 @@ HRESULT ResultOfTransfer(CURLcode code)
         return kDownloadNotFound;
     case CURLE_WRITE_ERROR:
         return kDownloadFileError;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+        return kDownloadUntrusted;
     default:
         return kDownloadFailed;
     }
@@ -170,7 +176,29 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
     return ResultOfTransfer(code);
 }
 
+thread_local HRESULT t_lastResult = 0;
+
 }  // namespace
+
+HRESULT LastDownloadResult()
+{
+    return t_lastResult;
+}
+
+const char* DescribeDownloadResult(HRESULT result)
+{
+    switch (result) {
+    case 0: return "downloaded";
+    case kDownloadAborted: return "the connection broke off or stalled";
+    case kDownloadBadAddress: return "not an address that can be fetched";
+    case kDownloadCannotConnect: return "the server cannot be reached";
+    case kDownloadNotFound: return "the server has no such file";
+    case kDownloadFileError: return "the download cannot be written to disk";
+    case kDownloadCancelled: return "the download was cancelled";
+    case kDownloadUntrusted: return "the server's certificate is not trusted";
+    default: return "the download failed";
+    }
+}
 
 void CancelDownloads()
 {
@@ -187,7 +215,9 @@ bool DownloadsCancelled()
     return g_cancelled.load();
 }
 
-HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
+namespace {
+
+HRESULT DownloadToFileOnce(const std::string& url, const std::string& target, const DownloadLimits& limits)
 {
     if (url.empty() || target.empty()) return kDownloadBadAddress;
     if (g_cancelled.load()) return kDownloadCancelled;
@@ -208,6 +238,14 @@ HRESULT DownloadToFile(const std::string& url, const std::string& target, const 
     if (result == 0 && std::rename(partial.c_str(), target.c_str()) != 0) result = kDownloadFileError;
     if (result != 0) ::unlink(partial.c_str());
     return result;
+}
+
+}  // namespace
+
+HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
+{
+    t_lastResult = DownloadToFileOnce(url, target, limits);
+    return t_lastResult;
 }
 
 }  // namespace platform

@@ -8,6 +8,9 @@
 #include "platform/Termination.h"
 #include "platform/Window.h"
 #include "media/AudioLocator.h"
+#include "media/DecodedAudio.h"
+#include "platform/OwnedFiles.h"
+#include "tools/DecodeNotes.h"
 #include "tools/Commands.h"
 #include "view/WaveViewCtrl.h"
 
@@ -82,16 +85,28 @@ int RunViewCommand(const std::vector<std::string>& args)
     // The view's private copy goes beside the file when it can, else into
     // the temporary folder, which is removed again if this run left it empty.
     const std::string tempFolder = MakeTempFolder();
+    // A file the view can't read as it stands (MP3, FLAC, 24-bit WAV...) is
+    // shown through a decoded .wav of this run's own.
+    media::DecodeReport decoded;
+    if (media::IsWorthDecoding(options.input)) {
+        DecodeProgressLine progress(options.input, "view");
+        decoded = media::DecodeToWav(options.input, tempFolder, progress.Callback());
+        progress.Clear();
+        PrintDecodeNotes(decoded, options.input, "view");
+    }
+    const std::string shown = decoded.wavPath.empty() ? options.input : decoded.wavPath;
     {
         CWaveViewCtrl view;
         view.SetTemporaryFolder(tempFolder);
         if (frame == nullptr || !view.Create(ViewRect{0, 0, options.width, options.height}, frame)) {
             std::fprintf(stderr, "tempvox view: the view's window could not be made\n");
             DestroyWindow(frame);
+            if (!decoded.wavPath.empty()) platform::DeleteOwnedFile(decoded.wavPath);
+            RemoveTempFolderIfEmpty(tempFolder);
             return 1;
         }
         try {
-            view.AttachFile(options.input);
+            view.AttachFile(shown);
         } catch (const std::exception& failure) {
             std::fprintf(stderr, "tempvox view: %s\n", failure.what());
             status = 1;
@@ -105,6 +120,7 @@ int RunViewCommand(const std::vector<std::string>& args)
         }
     }
     DestroyWindow(frame);
+    if (!decoded.wavPath.empty()) platform::DeleteOwnedFile(decoded.wavPath);
     RemoveTempFolderIfEmpty(tempFolder);
     return platform::ExitStatusAfterSignal(status);
 }

@@ -1,0 +1,88 @@
+#include "tools/DecodeNotes.h"
+
+#include <cstdio>
+
+#include "platform/Terminal.h"
+#include "platform/Termination.h"
+#include "tools/PlaySettings.h"
+
+namespace {
+
+// Shorter files decode in a blink: a line that flashes by only distracts.
+constexpr double kShortestShownSeconds = 5.0;
+
+std::string Clock(double seconds)
+{
+    return FormatMs(seconds > 0 ? static_cast<uint32_t>(seconds * 1000.0) : 0);
+}
+
+}  // namespace
+
+DecodeProgressLine::DecodeProgressLine(const std::string& name, const char* command)
+    : m_name(name), m_command(command), m_terminal(platform::IsTerminal(2))
+{
+}
+
+DecodeProgressLine::~DecodeProgressLine()
+{
+    Clear();
+}
+
+media::DecodeProgress DecodeProgressLine::Callback()
+{
+    return [this](double done, double total) { return Show(done, total); };
+}
+
+bool DecodeProgressLine::Show(double doneSeconds, double totalSeconds)
+{
+    if (platform::TerminationSignal() != 0) return false;
+    if (!m_terminal || (totalSeconds < kShortestShownSeconds && doneSeconds < kShortestShownSeconds)) return true;
+    if (totalSeconds > 0) {
+        const double shown = doneSeconds < totalSeconds ? doneSeconds : totalSeconds;
+        std::fprintf(stderr, "\r\033[Ktempvox %s: decoding %s  %s / %s  %3d%%", m_command.c_str(), m_name.c_str(),
+                     Clock(shown).c_str(), Clock(totalSeconds).c_str(), static_cast<int>(100.0 * shown / totalSeconds));
+    } else {
+        std::fprintf(stderr, "\r\033[Ktempvox %s: decoding %s  %s", m_command.c_str(), m_name.c_str(),
+                     Clock(doneSeconds).c_str());
+    }
+    std::fflush(stderr);
+    m_shown = true;
+    return true;
+}
+
+void DecodeProgressLine::Clear()
+{
+    if (!m_shown) return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    m_shown = false;
+}
+
+void PrintDecodeNotes(const media::DecodeReport& report, const std::string& name, const char* command)
+{
+    if (report.cancelled) return;
+    if (report.wavPath.empty()) {
+        if (!report.reason.empty()) std::fprintf(stderr, "tempvox %s: %s: %s\n", command, name.c_str(), report.reason.c_str());
+        return;
+    }
+    if (report.stoppedEarly) {
+        std::fprintf(stderr, "tempvox %s: %s: decoding stopped at %s (%s); playing what was decoded before\n", command,
+                     name.c_str(), Clock(report.decodedSeconds).c_str(), report.reason.c_str());
+    }
+    // A file cut short (a download that broke off) still plays what it
+    // holds; when its head states the length, say how much is missing.
+    const double announced = report.stream.announcedSeconds;
+    const double missing = announced - report.decodedSeconds;
+    if (!report.stoppedEarly && !report.stream.announcedByBitrate && missing > 0.5 && missing > 0.02 * announced) {
+        std::fprintf(stderr, "tempvox %s: %s: holds %s of the %s it announces\n", command, name.c_str(),
+                     Clock(report.decodedSeconds).c_str(), Clock(announced).c_str());
+    }
+    if (report.truncatedToWavLimit) {
+        std::fprintf(stderr, "tempvox %s: %s: only the first %s fit in a .wav; the rest is left out\n", command,
+                     name.c_str(), Clock(report.decodedSeconds).c_str());
+    }
+    if (report.damagedPackets > 0) {
+        std::fprintf(stderr, "tempvox %s: %s: %llu damaged packet(s) passed over\n", command, name.c_str(),
+                     static_cast<unsigned long long>(report.damagedPackets));
+    }
+}
