@@ -12,7 +12,7 @@ packages=(
   libgtk-3-dev
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg
   espeak-ng sox tmux xvfb
-  python3 python3-pyftpdlib python3-pytest
+  python3 python3-pyftpdlib python3-pytest openssl
   clang libclang-rt-14-dev
 )
 
