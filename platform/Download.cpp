@@ -1,5 +1,6 @@
 #include "platform/Download.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -54,9 +55,12 @@ struct StallWatch {
     curl_off_t lastReceived = 0;
 };
 
-int CheckForStall(void* watchData, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
+thread_local DownloadObserver t_observer;
+
+int CheckForStall(void* watchData, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t sent)
 {
     if (g_cancelled.load(std::memory_order_relaxed)) return 1;
+    if (t_observer) t_observer(uint64_t(std::max<curl_off_t>(received, 0)), uint64_t(std::max<curl_off_t>(total, 0)));
     StallWatch& watch = *static_cast<StallWatch*>(watchData);
     const auto now = std::chrono::steady_clock::now();
     if (received + sent != watch.lastReceived) {
@@ -179,6 +183,11 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
 thread_local HRESULT t_lastResult = 0;
 
 }  // namespace
+
+void SetDownloadObserver(DownloadObserver observer)
+{
+    t_observer = std::move(observer);
+}
 
 HRESULT LastDownloadResult()
 {

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "platform/Types.h"
@@ -36,6 +37,13 @@ void CancelDownloads();
 // Lets downloads run again after a cancel.
 void ResumeDownloads();
 bool DownloadsCancelled();
+
+// Told, on the downloading thread, the bytes received so far and the
+// length the server announced (0 when it announced none), several times a
+// second while a download made on that thread runs. For a tool's progress
+// line; a control never sets one.
+using DownloadObserver = std::function<void(uint64_t received, uint64_t total)>;
+void SetDownloadObserver(DownloadObserver observer);
 
 struct DownloadLimits {
     // Time allowed to make the connection.

@@ -8,7 +8,7 @@
 #include "platform/Download.h"
 #include "platform/Messages.h"
 #include "platform/Termination.h"
-#include "tools/DecodeNotes.h"
+#include "tools/SourceNotes.h"
 
 namespace {
 
@@ -96,8 +96,8 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
     }
     BOOL named;
     {
-        DecodeProgressLine progress(settings.source, command);
-        control.SetDecodeProgress(progress.Callback());
+        SourceProgressLine progress(settings.source, command);
+        control.SetDecodeProgress(progress.DecodeCallback());
         named = remote ? control.SetPlayFilePath(address.c_str(), 0, path.c_str())
                        : control.SetPlayFilePath(nullptr, -1, settings.source.c_str());
         control.SetDecodeProgress(nullptr);

@@ -10,7 +10,7 @@
 #include "media/AudioLocator.h"
 #include "media/DecodedAudio.h"
 #include "platform/OwnedFiles.h"
-#include "tools/DecodeNotes.h"
+#include "tools/SourceNotes.h"
 #include "tools/Commands.h"
 #include "view/WaveViewCtrl.h"
 
@@ -89,8 +89,8 @@ int RunViewCommand(const std::vector<std::string>& args)
     // shown through a decoded .wav of this run's own.
     media::DecodeReport decoded;
     if (media::IsWorthDecoding(options.input)) {
-        DecodeProgressLine progress(options.input, "view");
-        decoded = media::DecodeToWav(options.input, tempFolder, progress.Callback());
+        SourceProgressLine progress(options.input, "view");
+        decoded = media::DecodeToWav(options.input, tempFolder, progress.DecodeCallback());
         progress.Clear();
         PrintDecodeNotes(decoded, options.input, "view");
     }

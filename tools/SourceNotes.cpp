@@ -1,7 +1,8 @@
-#include "tools/DecodeNotes.h"
+#include "tools/SourceNotes.h"
 
 #include <cstdio>
 
+#include "platform/Download.h"
 #include "platform/Terminal.h"
 #include "platform/Termination.h"
 #include "tools/PlaySettings.h"
@@ -18,39 +19,65 @@ std::string Clock(double seconds)
 
 }  // namespace
 
-DecodeProgressLine::DecodeProgressLine(const std::string& name, const char* command)
+SourceProgressLine::SourceProgressLine(const std::string& name, const char* command)
     : m_name(name), m_command(command), m_terminal(platform::IsTerminal(2))
 {
+    if (m_terminal) platform::SetDownloadObserver([this](uint64_t received, uint64_t total) { ShowDownload(received, total); });
 }
 
-DecodeProgressLine::~DecodeProgressLine()
+SourceProgressLine::~SourceProgressLine()
 {
+    if (m_terminal) platform::SetDownloadObserver(nullptr);
     Clear();
 }
 
-media::DecodeProgress DecodeProgressLine::Callback()
+media::DecodeProgress SourceProgressLine::DecodeCallback()
 {
-    return [this](double done, double total) { return Show(done, total); };
+    return [this](double done, double total) { return ShowDecoding(done, total); };
 }
 
-bool DecodeProgressLine::Show(double doneSeconds, double totalSeconds)
+bool SourceProgressLine::ShowDecoding(double doneSeconds, double totalSeconds)
 {
     if (platform::TerminationSignal() != 0) return false;
     if (!m_terminal || (totalSeconds < kShortestShownSeconds && doneSeconds < kShortestShownSeconds)) return true;
+    char text[160];
     if (totalSeconds > 0) {
         const double shown = doneSeconds < totalSeconds ? doneSeconds : totalSeconds;
-        std::fprintf(stderr, "\r\033[Ktempvox %s: decoding %s  %s / %s  %3d%%", m_command.c_str(), m_name.c_str(),
-                     Clock(shown).c_str(), Clock(totalSeconds).c_str(), static_cast<int>(100.0 * shown / totalSeconds));
+        std::snprintf(text, sizeof text, "decoding  %s / %s  %3d%%", Clock(shown).c_str(), Clock(totalSeconds).c_str(),
+                      static_cast<int>(100.0 * shown / totalSeconds));
     } else {
-        std::fprintf(stderr, "\r\033[Ktempvox %s: decoding %s  %s", m_command.c_str(), m_name.c_str(),
-                     Clock(doneSeconds).c_str());
+        std::snprintf(text, sizeof text, "decoding  %s", Clock(doneSeconds).c_str());
     }
-    std::fflush(stderr);
-    m_shown = true;
+    Print(text);
     return true;
 }
 
-void DecodeProgressLine::Clear()
+void SourceProgressLine::ShowDownload(uint64_t received, uint64_t total)
+{
+    // A download that is over within a second needs no line; after that the
+    // line is redrawn a few times a second, not at every callback.
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_started < std::chrono::seconds(1) || now - m_lastDownloadLine < std::chrono::milliseconds(200)) return;
+    m_lastDownloadLine = now;
+    char text[160];
+    const double mb = 1024.0 * 1024.0;
+    if (total > 0) {
+        std::snprintf(text, sizeof text, "downloading  %.1f / %.1f MB  %3d%%", double(received) / mb, double(total) / mb,
+                      static_cast<int>(100.0 * double(received) / double(total)));
+    } else {
+        std::snprintf(text, sizeof text, "downloading  %.1f MB", double(received) / mb);
+    }
+    Print(text);
+}
+
+void SourceProgressLine::Print(const std::string& text)
+{
+    std::fprintf(stderr, "\r\033[Ktempvox %s: %s  %s", m_command.c_str(), m_name.c_str(), text.c_str());
+    std::fflush(stderr);
+    m_shown = true;
+}
+
+void SourceProgressLine::Clear()
 {
     if (!m_shown) return;
     std::fputs("\r\033[K", stderr);
