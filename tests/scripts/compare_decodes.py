@@ -9,6 +9,7 @@ does not count against it.
 """
 import array
 import math
+import operator
 import sys
 import wave
 
@@ -25,12 +26,10 @@ def read(path):
 
 def correlation(a, b):
     n = min(len(a), len(b))
-    xy = xx = yy = 0
-    for i in range(n):
-        x, y = a[i], b[i]
-        xy += x * y
-        xx += x * x
-        yy += y * y
+    a, b = a[:n], b[:n]
+    xy = sum(map(operator.mul, a, b))
+    xx = sum(map(operator.mul, a, a))
+    yy = sum(map(operator.mul, b, b))
     return xy / math.sqrt(xx * yy) if xx and yy else 0.0
 
 

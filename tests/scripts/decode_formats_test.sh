@@ -32,7 +32,7 @@ check() {  # check NAME EXPECTED ACTUAL
   fi
 }
 
-"$source_dir/scripts/make-sample.sh" sample.wav >/dev/null
+"$source_dir/scripts/make-sample.sh" sample.wav "Welcome to the lesson. Listen, then repeat each word." >/dev/null
 ff() { ffmpeg -hide_banner -loglevel error -nostdin -y "$@"; }
 # Two channels that differ (the right one late and mixed), so that a swap or
 # a slip of the interleaving would show.
