@@ -29,7 +29,7 @@ constexpr uint8_t kPcmGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80, 
 
 enum class Coding { Unsigned8, Int16, Int24, Int32, Float32, Float64 };
 
-struct WaveSpec {
+struct WaveShape {
     Coding coding = Coding::Int16;
     uint16_t channels = 1;
     uint32_t rate = 22050;
@@ -87,29 +87,29 @@ int16_t AfterCoding(Coding coding, int16_t v)
     return coding == Coding::Unsigned8 ? int16_t((v >> 8) * 256) : v;
 }
 
-std::string WaveBytes(const WaveSpec& spec, const std::vector<int16_t>& samples)
+std::string WaveBytes(const WaveShape& shape, const std::vector<int16_t>& samples)
 {
-    const uint16_t bits = BitsOf(spec.coding);
-    const uint16_t blockAlign = uint16_t(spec.channels * bits / 8);
-    const uint16_t tag = IsFloat(spec.coding) ? 3 : 1;
+    const uint16_t bits = BitsOf(shape.coding);
+    const uint16_t blockAlign = uint16_t(shape.channels * bits / 8);
+    const uint16_t tag = IsFloat(shape.coding) ? 3 : 1;
     std::string fmt;
-    testwav::PutU16(fmt, spec.extensible ? 0xFFFE : tag);
-    testwav::PutU16(fmt, spec.channels);
-    testwav::PutU32(fmt, spec.rate);
-    testwav::PutU32(fmt, spec.rate * blockAlign);
+    testwav::PutU16(fmt, shape.extensible ? 0xFFFE : tag);
+    testwav::PutU16(fmt, shape.channels);
+    testwav::PutU32(fmt, shape.rate);
+    testwav::PutU32(fmt, shape.rate * blockAlign);
     testwav::PutU16(fmt, blockAlign);
     testwav::PutU16(fmt, bits);
-    if (spec.extensible) {
+    if (shape.extensible) {
         testwav::PutU16(fmt, 22);
         testwav::PutU16(fmt, bits);
-        testwav::PutU32(fmt, spec.channelMask);
+        testwav::PutU32(fmt, shape.channelMask);
         testwav::PutU16(fmt, tag);
         fmt.append(reinterpret_cast<const char*>(kPcmGuidTail), sizeof kPcmGuidTail);
-    } else if (IsFloat(spec.coding)) {
+    } else if (IsFloat(shape.coding)) {
         testwav::PutU16(fmt, 0);
     }
     std::string data;
-    for (int16_t v : samples) PutSample(data, spec.coding, v);
+    for (int16_t v : samples) PutSample(data, shape.coding, v);
     std::string bytes = "RIFF";
     testwav::PutU32(bytes, uint32_t(4 + 8 + fmt.size() + 8 + data.size()));
     bytes += "WAVEfmt ";
@@ -234,7 +234,7 @@ TEST_F(FfmpegDecodeTest, EveryWaveCodingDecodesToItsSixteenBitValues)
 {
     struct Case {
         const char* name;
-        WaveSpec spec;
+        WaveShape shape;
     };
     const Case cases[] = {
         {"24-bit", {Coding::Int24, 1}},
@@ -247,20 +247,20 @@ TEST_F(FfmpegDecodeTest, EveryWaveCodingDecodesToItsSixteenBitValues)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const std::vector<int16_t> source = test_signals::SpeechLike(int32_t(c.spec.rate), 6000, c.spec.channels, 5);
+        const std::vector<int16_t> source = test_signals::SpeechLike(int32_t(c.shape.rate), 6000, c.shape.channels, 5);
         const std::string path = folder.Path() + "coded.w" + std::to_string(&c - cases);
-        WriteAll(path, WaveBytes(c.spec, source));
+        WriteAll(path, WaveBytes(c.shape, source));
 
         const media::DecodeReport report = media::DecodeToWav(path, fallback.Path());
         ASSERT_FALSE(report.wavPath.empty()) << report.reason;
         EXPECT_EQ(report.wavPath, media::WavPathBeside(path));
         EXPECT_TRUE(platform::IsOwnedFile(report.wavPath));
         const Canonical wav = ReadCanonical(report.wavPath);
-        EXPECT_EQ(wav.channels, c.spec.channels);
-        EXPECT_EQ(wav.rate, c.spec.rate);
+        EXPECT_EQ(wav.channels, c.shape.channels);
+        EXPECT_EQ(wav.rate, c.shape.rate);
         ASSERT_EQ(wav.samples.size(), source.size());
         size_t differing = 0;
-        for (size_t i = 0; i < source.size(); ++i) differing += wav.samples[i] != AfterCoding(c.spec.coding, source[i]);
+        for (size_t i = 0; i < source.size(); ++i) differing += wav.samples[i] != AfterCoding(c.shape.coding, source[i]);
         EXPECT_EQ(differing, 0u);
         EXPECT_FALSE(report.stoppedEarly);
         EXPECT_EQ(report.damagedPackets, 0u);
