@@ -205,28 +205,46 @@ void CTempvoxCtrl::StopAndDeleteTemporaries()
     }
 }
 
-// The steps after a path was found: an encoded file is converted beside it.
+// The steps after a path was found: an encoded file is converted beside it,
+// and any other file the engine can't play as it stands is decoded.
 BOOL CTempvoxCtrl::TakeLocatedPath()
 {
     if (m_playFilePath.empty()) return FALSE;
     if (IsEncodedPath(m_playFilePath)) {
         m_encodedPath = m_playFilePath;
         m_playFilePath = ConvertToWav(m_playFilePath, m_tempDir);
-    } else {
+    } else if (!TakeDecodedCopy()) {
         m_encodedPath.clear();
     }
     return m_playFilePath.empty() ? FALSE : TRUE;
 }
 
+// A decoded file stands as a converted wzq does: the source in
+// m_encodedPath, the control's .wav in m_playFilePath, both going by the
+// same rules. What FFmpeg can't decode either keeps its path, and the engine
+// refuses it at StartPlay as it always did.
+bool CTempvoxCtrl::TakeDecodedCopy()
+{
+    if (!media::IsWorthDecoding(m_playFilePath)) return false;
+    m_lastDecode = media::DecodeToWav(m_playFilePath, m_tempDir, m_decodeProgress);
+    if (m_lastDecode.wavPath.empty()) return false;
+    OutputDebugStringA(("decoded " + m_playFilePath + " into " + m_lastDecode.wavPath + "\n").c_str());
+    m_encodedPath = m_playFilePath;
+    m_playFilePath = m_lastDecode.wavPath;
+    return true;
+}
+
 BOOL CTempvoxCtrl::SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath)
 {
     StopAndDeleteTemporaries();
+    m_lastDecode = media::DecodeReport{};
     if (strFilePath == nullptr || httpPort_id == -1) {
         m_bDownloaded = 0;
         m_playFilePath = strFilePath != nullptr ? strFilePath : "";
     } else {
         m_bDownloaded = 1;
-        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, nullptr, m_tempDir);
+        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, nullptr, m_tempDir,
+                                     m_wavOut.GetPlaybackProfile() == kProfileRefined);
         OutputDebugStringA(("下载到本地的音频路径：" + m_playFilePath + "\n").c_str());
     }
     if (m_playFilePath.empty()) return FALSE;
@@ -238,10 +256,15 @@ BOOL CTempvoxCtrl::SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_
 BOOL CTempvoxCtrl::SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath,
                                     const char* localSaveName)
 {
+    m_lastDecode = media::DecodeReport{};
     if (localSaveName != nullptr) {
         std::string cached = FindCachedCopy(m_tempDir, localSaveName);
         if (!cached.empty()) {
             m_playFilePath = cached;
+            // A copy the engine can't play as it stands (a download of
+            // 24-bit samples kept under its own name) is decoded like any
+            // other file; a playable one is taken untouched.
+            TakeDecodedCopy();
             return TRUE;
         }
     }
@@ -250,7 +273,8 @@ BOOL CTempvoxCtrl::SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort
         m_playFilePath = strFilePath != nullptr ? strFilePath : "";
     } else {
         m_bDownloaded = 1;
-        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, localSaveName, m_tempDir);
+        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, localSaveName, m_tempDir,
+                                     m_wavOut.GetPlaybackProfile() == kProfileRefined);
     }
     return TakeLocatedPath();
 }

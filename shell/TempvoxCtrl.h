@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "engine/WavOut.h"
+#include "media/DecodedAudio.h"
 #include "shell/DispatchTable.h"
 #include "view/WaveViewCtrl.h"
 
@@ -56,6 +57,12 @@ public:
     const std::string& TempDir() const { return m_tempDir; }
     CWavOut& Engine() { return m_wavOut; }
 
+    // For the tools, not the host: what decoding made of the file named last
+    // (empty when it needed none), and a callback told while a file is
+    // decoded, so that a terminal can show progress and a signal can stop it.
+    const media::DecodeReport& LastDecode() const { return m_lastDecode; }
+    void SetDecodeProgress(media::DecodeProgress progress) { m_decodeProgress = std::move(progress); }
+
 private:
     LRESULT WindowProc(UINT message, WPARAM wParam, LPARAM lParam);
     void OnTimer(UINT_PTR id);
@@ -63,6 +70,7 @@ private:
     void FireEvent(DISPID id, std::vector<Variant> args = {});
     void StopAndDeleteTemporaries();
     BOOL TakeLocatedPath();
+    bool TakeDecodedCopy();
     Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
 
     float m_fSquare = 0.0f;
@@ -81,4 +89,6 @@ private:
     HWND m_hWnd = nullptr;
     bool m_bModified = false;
     EventSink m_eventSink;
+    media::DecodeReport m_lastDecode;
+    media::DecodeProgress m_decodeProgress;
 };
