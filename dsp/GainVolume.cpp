@@ -142,7 +142,7 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
     if (bitsPerSample == 8) {
         for (uint32_t i = 0; i < byteCount; ++i) {
             const double scaled = (double(data[i]) - 128.0) * double(volume) + 128.0;
-            data[i] = uint8_t(std::clamp(std::lround(scaled), 0L, 255L));
+            data[i] = uint8_t(std::clamp(int32_t(scaled + 0.5), 0, 255));
         }
         return true;
     }
@@ -162,8 +162,10 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
                 *gain = lowered < kLowestGain ? kLowestGain : lowered;
             }
         }
+        // Nearest, halves away from zero; a cast truncates, so the half is
+        // added on the side of the sign (cheaper than a library rounding).
         const double held = std::clamp(product, -32768.0, 32767.0) * double(volume);
-        StoreSample(data + 2 * size_t(i), int16_t(std::clamp(std::lround(held), -32768L, 32767L)));
+        StoreSample(data + 2 * size_t(i), int16_t(int32_t(held + (held < 0.0 ? -0.5 : 0.5))));
     }
     return true;
 }
