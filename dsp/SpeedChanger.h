@@ -82,7 +82,7 @@ public:
     CSpeedChangeStage& operator=(const CSpeedChangeStage&) = delete;
 
     // Room for blocks of up to `maxSamples` 16-bit samples at every level.
-    // Allocates (about 20 bytes per sample); a second call replaces the room.
+    // Allocates (about 16 bytes per sample); a second call replaces the room.
     void Reserve(int32_t maxSamples);
     int32_t ReservedSamples() const { return m_reserved; }
 

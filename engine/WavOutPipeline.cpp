@@ -197,8 +197,11 @@ bool CWavOut::RefillAfterReset()
             return false;
         }
     }
+    // The speed stage is the device's once a buffer is written, since a
+    // returned one goes through it on the device's thread: every block
+    // passes it before the first write.
+    for (WAVEHDR& header : m_headers) ApplySpeedChange(header);
     for (WAVEHDR& header : m_headers) {
-        ApplySpeedChange(header);
         ApplyGain(header);
         if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
