@@ -490,9 +490,13 @@ void CSpeedChangeStage::Reserve(int32_t maxSamples)
     const int32_t samples = std::max(maxSamples, 0);
     // The factor never goes below 0.5, which gives the widest output.
     const int64_t widest = int64_t(samples) * CSpeedChanger::CapacityMultiple(0.5f);
-    m_input = std::make_unique<float[]>(size_t(samples));
-    m_output = std::make_unique<float[]>(size_t(widest));
-    m_decimated = std::make_unique<float[]>(size_t(samples / CSpeedChanger::kDecimation));
+    // All or nothing: a failed allocation leaves the old room as it was.
+    auto input = std::make_unique<float[]>(size_t(samples));
+    auto output = std::make_unique<float[]>(size_t(widest));
+    auto decimated = std::make_unique<float[]>(size_t(samples / CSpeedChanger::kDecimation));
+    m_input = std::move(input);
+    m_output = std::move(output);
+    m_decimated = std::move(decimated);
     m_reserved = samples;
 }
 
@@ -506,6 +510,8 @@ int32_t CSpeedChangeStage::RunInto(const int16_t* samples, int32_t count, int16_
     for (int32_t i = 0; i < n; ++i)
         m_input[i] = samples[i];
 
+    // The searches' scratch stays on the stack at the stage's one rate:
+    // at most 22 coarse and 20 fine candidates, frames of 221 samples.
     const float factor = CSpeedChanger::FactorForLevel(level);
     const float* result = m_input.get();
     int32_t produced = n;

@@ -498,12 +498,17 @@ CWordCountStage::CWordCountStage() = default;
 CWordCountStage::~CWordCountStage() = default;
 
 void CWordCountStage::Reserve(uint32_t maxBlockBytes, uint32_t samplesPerSec, uint16_t bitsPerSample) {
-    m_samplesPerSec = samplesPerSec;
-    m_bitsPerSample = bitsPerSample;
     const uint32_t bytesPerSample = bitsPerSample / 8u;
     // A width the counter never counts needs no room at all.
-    m_maxSamples = bytesPerSample == 1 || bytesPerSample == 2 ? maxBlockBytes / bytesPerSample : 0;
-    m_work = std::make_unique<Workspace>(m_maxSamples, FrameGeometryForRate(samplesPerSec).frameLen);
+    const uint32_t maxSamples = bytesPerSample == 1 || bytesPerSample == 2 ? maxBlockBytes / bytesPerSample : 0;
+    // A frame longer than the largest block is never judged, whatever rate
+    // a head states; all or nothing: a failed allocation leaves the old room
+    // and format.
+    const int32_t frameLen = FrameGeometryForRate(samplesPerSec).frameLen;
+    m_work = std::make_unique<Workspace>(maxSamples, int32_t(std::min<int64_t>(frameLen, maxSamples)));
+    m_samplesPerSec = samplesPerSec;
+    m_bitsPerSample = bitsPerSample;
+    m_maxSamples = maxSamples;
 }
 
 int32_t CWordCountStage::Count(const uint8_t* data, uint32_t byteCount) {

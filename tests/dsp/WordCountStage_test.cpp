@@ -119,6 +119,29 @@ TEST(WordCountStageTest, BlocksWithNothingToCountOrNoRoom)
     EXPECT_EQ(neverReserved.Count(voiced.data(), 1600), 0) << "a stage of no format counts nothing";
 }
 
+// A head may state any rate; the frames it implies are only worth room
+// when a block can hold one.
+TEST(WordCountStageTest, RoomNeverExceedsWhatTheLargestBlockNeeds)
+{
+    const std::vector<uint8_t> voiced = ThreeHarmonicBlock(125.0, 8000, 800);
+    // 800 samples: three arrays of doubles, the filter's with 18 more.
+    const size_t largestArray = (800 + 18) * sizeof(double);
+    struct Case {
+        uint32_t rate;
+        int32_t count;
+    };
+    // At 20025 Hz a frame is 801 samples, one more than the block holds.
+    const Case cases[] = {{8000, 4}, {20025, 0}, {400000, 0}, {4000000000u, 0}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.rate);
+        CWordCountStage stage;
+        counting_allocator::MarkedScope marked;
+        stage.Reserve(1600, c.rate, 16);
+        EXPECT_LE(marked.LargestRequest(), largestArray);
+        EXPECT_EQ(stage.Count(voiced.data(), 1600), c.count);
+    }
+}
+
 TEST(WordCountStageTest, CountingNeverTouchesTheAllocatorNorStartsThreads)
 {
     // A tenth of a second of 48 kHz eight-channel sound: 39 frames, which

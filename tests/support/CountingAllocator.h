@@ -22,6 +22,7 @@ struct Counts {
 };
 
 inline thread_local bool t_marked = false;
+inline thread_local std::size_t t_largest = 0;  // bytes, since the scope began
 inline std::atomic<int64_t> g_allocations{0};
 inline std::atomic<int64_t> g_releases{0};
 
@@ -31,7 +32,11 @@ inline Counts Now() { return {g_allocations.load(), g_releases.load()}; }
 // it made meanwhile.
 class MarkedScope {
 public:
-    MarkedScope() : m_start(Now()) { t_marked = true; }
+    MarkedScope() : m_start(Now())
+    {
+        t_largest = 0;
+        t_marked = true;
+    }
     ~MarkedScope() { t_marked = false; }
     MarkedScope(const MarkedScope&) = delete;
     MarkedScope& operator=(const MarkedScope&) = delete;
@@ -41,27 +46,38 @@ public:
         const Counts now = Now();
         return {now.allocations - m_start.allocations, now.releases - m_start.releases};
     }
+    // The largest single request the thread made meanwhile, in bytes.
+    std::size_t LargestRequest() const { return t_largest; }
 
 private:
     Counts m_start;
 };
 
+inline void Note(std::size_t size)
+{
+    if (!t_marked) return;
+    g_allocations.fetch_add(1, std::memory_order_relaxed);
+    if (size > t_largest) t_largest = size;
+}
+
 inline void* Allocate(std::size_t size)
 {
-    if (t_marked) g_allocations.fetch_add(1, std::memory_order_relaxed);
+    Note(size);
     return std::malloc(size == 0 ? 1 : size);
 }
 
 inline void* AllocateAligned(std::size_t size, std::align_val_t alignment)
 {
-    if (t_marked) g_allocations.fetch_add(1, std::memory_order_relaxed);
+    Note(size);
     const std::size_t align = static_cast<std::size_t>(alignment);
     // aligned_alloc wants a size that is a multiple of the alignment.
     const std::size_t rounded = (size + align - 1) / align * align;
     return std::aligned_alloc(align, rounded == 0 ? align : rounded);
 }
 
-inline void Release(void* pointer)
+// Kept out of line: inlined into a caller, the free would look to the
+// compiler like the wrong partner of that caller's new.
+[[gnu::noinline]] inline void Release(void* pointer)
 {
     if (pointer == nullptr) return;
     if (t_marked) g_releases.fetch_add(1, std::memory_order_relaxed);
