@@ -153,6 +153,12 @@ BOOL CWavOut::StartPlay(const char* path)
         // empty blocks instead of failing as "missing".
         buffer = new (std::nothrow) uint8_t[m_bufferCapacity > 0 ? m_bufferCapacity : 1];
     }
+    try {
+        m_speedStage.Reserve(static_cast<int32_t>(m_readSize / 2));
+        m_wordStage.Reserve(m_readSize, m_format.samplesPerSec, m_format.bitsPerSample);
+    } catch (const std::bad_alloc&) {
+        return FALSE;
+    }
 
     uint32_t counts[kBufferCount] = {};
     if (IsRefined()) {

@@ -126,7 +126,7 @@ uint32_t CWavOut::FillRefinedBlock(uint8_t* data)
     bool last = false;
     const uint32_t read = ReadRefinedBlock(data, last);
     if (!m_bJustPlay) {
-        m_wordCount += CountVoicedFrames(data, read, m_format.samplesPerSec, m_format.bitsPerSample);
+        m_wordCount += m_wordStage.Count(data, read);
     }
     const int64_t stageStart = m_tempo.OutputFrames();
     const uint32_t bytes = m_tempo.Run(data, read, m_bufferCapacity, m_speedLevel.load(), last);
