@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/SentenceScan.h"
 #include "engine/WavOut.h"
 #include "shell/DispatchTable.h"
 #include "view/WaveViewCtrl.h"
@@ -12,6 +13,12 @@ constexpr UINT WM_COMPUTESNR = 1913;
 
 constexpr UINT_PTR TIMER_CARET = 1;
 constexpr UINT_PTR TIMER_SECTION = 3;
+
+// What FindSentences answers when it fails; host.h names them for C hosts.
+constexpr int32_t kSentencesNoFile = -1;
+constexpr int32_t kSentencesCannotRead = -2;
+constexpr int32_t kSentencesNotPcm = -3;
+constexpr int32_t kSentencesBadPause = -4;
 
 // The one object a host sees: the automation members and events, the
 // window that turns the engine's messages into events on the host's
@@ -51,6 +58,22 @@ public:
     int16_t GetLanguageType() const;
     void SetLanguageType(int16_t value);
 
+    // The sentences of the current file (ids 37 to 41), in milliseconds of
+    // the file, numbered from 0. FindSentences reads the whole file once on
+    // the calling thread and answers the count, or a negative code; naming
+    // another file forgets them. GetSentenceStart and GetSentenceEnd answer
+    // -1 for an index out of range, GetSentenceAt -1 for a time in no
+    // sentence.
+    int32_t FindSentences(int32_t minPauseMs);
+    int32_t GetSentenceStart(int32_t index) const;
+    int32_t GetSentenceEnd(int32_t index) const;
+    int32_t GetSentenceAt(int32_t timeMs) const;
+    const std::vector<SentenceTimes>& Sentences() const { return m_sentences; }
+    // Plays one sentence from its start (starting or resuming play) and
+    // pauses at its end, where PlayOneSentenceCompleted fires. FALSE for an
+    // index out of range or when play cannot start.
+    BOOL PlaySentence(int32_t index);
+
     HWND GetSafeHwnd() const { return m_hWnd; }
     bool IsModified() const { return m_bModified; }
     const std::string& TempDir() const { return m_tempDir; }
@@ -63,6 +86,8 @@ private:
     void StopAndDeleteTemporaries();
     BOOL TakeLocatedPath();
     Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
+    void OnSentenceDone();
+    void DisarmSentencePause();
 
     float m_fSquare = 0.0f;
     std::string m_tempDir;
@@ -80,4 +105,9 @@ private:
     HWND m_hWnd = nullptr;
     bool m_bModified = false;
     EventSink m_eventSink;
+    std::vector<SentenceTimes> m_sentences;
+    // The one-sentence span under way was armed by PlaySentence: its end
+    // pauses play. A span the host armed itself keeps the original rule.
+    bool m_sentencePauseArmed = false;
+    int32_t m_sentencePauseEndMs = 0;
 };
