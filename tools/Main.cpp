@@ -21,6 +21,8 @@ void PrintUsage()
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
                  "                                                  encode 16-bit PCM as wzq\n"
                  "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n"
+                 "  segments FILE [--min-pause MS] [--format json|srt|vtt|labels]\n"
+                 "                                                  list the sentences of a recording\n"
                  "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
 }
 
@@ -44,6 +46,7 @@ int main(int argc, char** argv)
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
     if (command == "regsvr") return RunRegsvrCommand(args);
+    if (command == "segments") return RunSegmentsCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();
         return 0;
