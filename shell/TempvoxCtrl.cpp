@@ -164,7 +164,7 @@ BOOL CTempvoxCtrl::ResumePlay()
 
 void CTempvoxCtrl::StopPlay()
 {
-    DisarmSentencePause();
+    CancelSentencePause();
     m_wavOut.StopPlay();
     if (m_bViewCreated && m_bAttached) {
         m_waveView.SetSelectable(TRUE);
@@ -373,7 +373,7 @@ BOOL CTempvoxCtrl::PlaySentence(int32_t index)
 {
     if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
     const SentenceTimes sentence = m_sentences[static_cast<size_t>(index)];
-    DisarmSentencePause();
+    CancelSentencePause();
     if (m_wavOut.GetPlayerState() == 0) {
         if (!StartPlay()) return FALSE;
         // A section selected in the view gives way to the sentence.
@@ -388,12 +388,26 @@ BOOL CTempvoxCtrl::PlaySentence(int32_t index)
     m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs));
     if (m_wavOut.FilePosition() == pausedAt && sentence.startMs > 0)
         m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs - 1));
+    ArmSentencePause(sentence);
+    if (m_wavOut.ResumePlay()) return TRUE;
+    CancelSentencePause();
+    return FALSE;
+}
+
+BOOL CTempvoxCtrl::PauseAtEndOfSentence(int32_t index)
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
+    if (m_wavOut.GetPlayerState() == 0) return FALSE;
+    CancelSentencePause();
+    ArmSentencePause(m_sentences[static_cast<size_t>(index)]);
+    return TRUE;
+}
+
+void CTempvoxCtrl::ArmSentencePause(const SentenceTimes& sentence)
+{
     m_sentencePauseEndMs = sentence.endMs + ClassicLeadMs(m_wavOut);
     m_sentencePauseArmed = true;
     m_wavOut.SetOneSentenceTimeSpan(sentence.startMs, m_sentencePauseEndMs);
-    if (m_wavOut.ResumePlay()) return TRUE;
-    DisarmSentencePause();
-    return FALSE;
 }
 
 void CTempvoxCtrl::OnSentenceDone()
@@ -409,7 +423,7 @@ void CTempvoxCtrl::OnSentenceDone()
     FireEvent(4);
 }
 
-void CTempvoxCtrl::DisarmSentencePause()
+void CTempvoxCtrl::CancelSentencePause()
 {
     if (!m_sentencePauseArmed) return;
     m_sentencePauseArmed = false;

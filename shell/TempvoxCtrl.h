@@ -73,6 +73,11 @@ public:
     // pauses at its end, where PlayOneSentenceCompleted fires. FALSE for an
     // index out of range or when play cannot start.
     BOOL PlaySentence(int32_t index);
+    // For hosts in C++ (our tools): the play under way pauses at the end of
+    // sentence `index` as after PlaySentence, without moving; FALSE when
+    // stopped or out of range. CancelSentencePause takes that back.
+    BOOL PauseAtEndOfSentence(int32_t index);
+    void CancelSentencePause();
 
     HWND GetSafeHwnd() const { return m_hWnd; }
     bool IsModified() const { return m_bModified; }
@@ -87,7 +92,7 @@ private:
     BOOL TakeLocatedPath();
     Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
     void OnSentenceDone();
-    void DisarmSentencePause();
+    void ArmSentencePause(const SentenceTimes& sentence);
 
     float m_fSquare = 0.0f;
     std::string m_tempDir;
