@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -30,17 +31,26 @@ Biquad Biquad::LowPass(double cutoffHz, double sampleRate, double q)
 
 // ---------------------------------------------------------------- spectrum
 
-CPowerSpectrum::CPowerSpectrum(size_t n) : m_n(n), m_window(n), m_cos(n / 2), m_sin(n / 2), m_reversed(n), m_re(n), m_im(n)
+CPowerSpectrum::CPowerSpectrum(size_t n)
+    : m_n(n), m_window(n), m_cos(n / 4), m_sin(n / 4), m_reversed(n / 2), m_re(n / 2), m_im(n / 2), m_splitCos(n / 2 + 1),
+      m_splitSin(n / 2 + 1)
 {
     if (n < 4 || (n & (n - 1)) != 0) throw std::invalid_argument("spectrum size must be a power of two");
+    const size_t half = n / 2;
     for (size_t i = 0; i < n; ++i) m_window[i] = static_cast<float>(0.5 - 0.5 * std::cos(2.0 * kPi * double(i) / double(n)));
-    for (size_t i = 0; i < n / 2; ++i) {
-        m_cos[i] = static_cast<float>(std::cos(2.0 * kPi * double(i) / double(n)));
-        m_sin[i] = static_cast<float>(-std::sin(2.0 * kPi * double(i) / double(n)));
+    // The twiddles of the half-length transform, and those that split its
+    // answer into the spectrum of the real frame.
+    for (size_t i = 0; i < half / 2; ++i) {
+        m_cos[i] = static_cast<float>(std::cos(2.0 * kPi * double(i) / double(half)));
+        m_sin[i] = static_cast<float>(-std::sin(2.0 * kPi * double(i) / double(half)));
+    }
+    for (size_t k = 0; k <= half; ++k) {
+        m_splitCos[k] = static_cast<float>(std::cos(2.0 * kPi * double(k) / double(n)));
+        m_splitSin[k] = static_cast<float>(-std::sin(2.0 * kPi * double(k) / double(n)));
     }
     size_t bits = 0;
-    while ((size_t(1) << bits) < n) ++bits;
-    for (size_t i = 0; i < n; ++i) {
+    while ((size_t(1) << bits) < half) ++bits;
+    for (size_t i = 0; i < half; ++i) {
         uint32_t r = 0;
         for (size_t b = 0; b < bits; ++b) r |= uint32_t((i >> b) & 1u) << (bits - 1 - b);
         m_reversed[i] = r;
@@ -49,20 +59,22 @@ CPowerSpectrum::CPowerSpectrum(size_t n) : m_n(n), m_window(n), m_cos(n / 2), m_
 
 void CPowerSpectrum::Compute(const float* frame, float* power)
 {
-    // Iterative radix-2 decimation in time over the windowed frame, placed
-    // in bit-reversed order first.
-    for (size_t i = 0; i < m_n; ++i) {
-        m_re[m_reversed[i]] = frame[i] * m_window[i];
-        m_im[m_reversed[i]] = 0.0f;
+    // A real frame of n samples as a complex one of n/2: even samples in the
+    // real part, odd ones in the imaginary part, windowed and placed in
+    // bit-reversed order for an iterative radix-2 transform.
+    const size_t half = m_n / 2;
+    for (size_t i = 0; i < half; ++i) {
+        m_re[m_reversed[i]] = frame[2 * i] * m_window[2 * i];
+        m_im[m_reversed[i]] = frame[2 * i + 1] * m_window[2 * i + 1];
     }
-    for (size_t half = 1; half < m_n; half *= 2) {
-        const size_t stride = m_n / (2 * half);
-        for (size_t start = 0; start < m_n; start += 2 * half) {
-            for (size_t k = 0; k < half; ++k) {
+    for (size_t span = 1; span < half; span *= 2) {
+        const size_t stride = half / (2 * span);
+        for (size_t start = 0; start < half; start += 2 * span) {
+            for (size_t k = 0; k < span; ++k) {
                 const float wr = m_cos[k * stride];
                 const float wi = m_sin[k * stride];
                 const size_t a = start + k;
-                const size_t b = a + half;
+                const size_t b = a + span;
                 const float tr = m_re[b] * wr - m_im[b] * wi;
                 const float ti = m_re[b] * wi + m_im[b] * wr;
                 m_re[b] = m_re[a] - tr;
@@ -72,7 +84,20 @@ void CPowerSpectrum::Compute(const float* frame, float* power)
             }
         }
     }
-    for (size_t k = 0; k <= m_n / 2; ++k) power[k] = m_re[k] * m_re[k] + m_im[k] * m_im[k];
+    // With Z the half-length transform (Z[n/2] = Z[0]): the spectra of the
+    // even and odd samples are E = (Z[k] + conj Z[n/2-k]) / 2 and O = (Z[k] -
+    // conj Z[n/2-k]) / 2j, and X[k] = E + e^(-2 pi j k / n) O.
+    for (size_t k = 0; k <= half; ++k) {
+        const size_t a = k % half;
+        const size_t b = (half - k) % half;
+        const float evenRe = 0.5f * (m_re[a] + m_re[b]);
+        const float evenIm = 0.5f * (m_im[a] - m_im[b]);
+        const float oddRe = 0.5f * (m_im[a] + m_im[b]);
+        const float oddIm = -0.5f * (m_re[a] - m_re[b]);
+        const float re = evenRe + m_splitCos[k] * oddRe - m_splitSin[k] * oddIm;
+        const float im = evenIm + m_splitCos[k] * oddIm + m_splitSin[k] * oddRe;
+        power[k] = re * re + im * im;
+    }
 }
 
 float NoiseMeanAbovePercentileDb(double bins, double percentile)
@@ -118,15 +143,18 @@ std::vector<BinRange> LogBands(double lowHz, double highHz, size_t bandCount, si
 // ---------------------------------------------------------------- percentile
 
 CSlidingPercentile::CSlidingPercentile(float percentile, float stepDb)
-    : m_percentile(percentile), m_stepDb(stepDb), m_histogram(static_cast<size_t>(kRangeDb / stepDb), 0)
+    : m_percentile(percentile), m_stepDb(stepDb), m_perStep(1.0f / stepDb),
+      m_histogram(static_cast<size_t>(kRangeDb / stepDb), 0)
 {
 }
 
 size_t CSlidingPercentile::Step(float db) const
 {
-    const float step = std::floor((db - kLowestDb) / m_stepDb);
+    const float step = (db - kLowestDb) * m_perStep;
     if (!(step > 0.0f)) return 0;  // also NaN
-    return std::min(static_cast<size_t>(step), m_histogram.size() - 1);
+    // Truncation is the floor of a positive value.
+    const size_t last = m_histogram.size() - 1;
+    return step >= float(last) ? last : static_cast<size_t>(step);
 }
 
 void CSlidingPercentile::Add(float db)
@@ -148,7 +176,12 @@ void CSlidingPercentile::Remove(float db)
 
 float CSlidingPercentile::Value()
 {
-    if (m_count == 0) return kLowestDb;
+    return kLowestDb + float(ValueStep()) * m_stepDb;
+}
+
+size_t CSlidingPercentile::ValueStep()
+{
+    if (m_count == 0) return 0;
     // The value of rank floor(p * (count - 1)), counting from 0: the cursor
     // moves to the step that holds it.
     const size_t rank = static_cast<size_t>(m_percentile / 100.0f * float(m_count - 1));
@@ -160,7 +193,7 @@ float CSlidingPercentile::Value()
         m_below += m_histogram[m_cursor];
         m_cursor += 1;
     }
-    return kLowestDb + float(m_cursor) * m_stepDb;
+    return m_cursor;
 }
 
 // ---------------------------------------------------------------- segmenter
@@ -272,6 +305,21 @@ float DbToPower(float db)
     return std::pow(10.0f, db / 10.0f);
 }
 
+// PowerToDb to within 0.005 dB, for the many bins of every frame: the
+// float's exponent, and a cubic for the log2 of its mantissa in [1, 2).
+float QuickPowerToDb(float power)
+{
+    const float value = power + kSilencePower;
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const int exponent = int((bits >> 23) & 0xFFu) - 127;
+    bits = (bits & 0x7FFFFFu) | 0x3F800000u;
+    float mantissa;
+    std::memcpy(&mantissa, &bits, sizeof mantissa);
+    const float log2Mantissa = ((0.153913535f * mantissa - 1.02949275f) * mantissa + 3.01073029f) * mantissa - 2.13381654f;
+    return (float(exponent) + log2Mantissa) * 3.01029996f;
+}
+
 int64_t MsToFrames(double ms)
 {
     return std::lround(ms / 1000.0 / kFrameSeconds);
@@ -312,6 +360,7 @@ struct CSentenceFinder::State {
     std::vector<CSlidingPercentile> floors;
     std::vector<float> floorToMeanDb;
     std::vector<CSlidingPercentile> steady;
+    std::vector<float> steadyStepPower;
     int64_t analysed = 0;  // frames whose spectrum is known
     int64_t scored = 0;    // frames handed to the segmenter
     // Sentence margins, in frames.
@@ -386,7 +435,14 @@ CSentenceFinder::CSentenceFinder(uint32_t samplesPerSec, uint16_t channels, cons
         const double independent = double(band.end - band.first) / 1.5;
         s.floorToMeanDb.push_back(NoiseMeanAbovePercentileDb(independent, tuning.floorPercentile));
     }
-    if (s.steadyFrames > 0) s.steady.assign(s.binCount, CSlidingPercentile(tuning.steadyPercentile, kBinStepDb));
+    if (s.steadyFrames > 0) {
+        s.steady.assign(s.binCount, CSlidingPercentile(tuning.steadyPercentile, kBinStepDb));
+        // The power of each step of the bins' histograms, looked up rather
+        // than raised for every bin of every frame.
+        for (float db = CSlidingPercentile::kLowestDb; db < CSlidingPercentile::kLowestDb + CSlidingPercentile::kRangeDb;
+             db += kBinStepDb)
+            s.steadyStepPower.push_back(DbToPower(db));
+    }
     s.startPad = std::clamp<int64_t>(MsToFrames(tuning.startPadMs), 0, minPauseFrames / 2);
     s.endPad = std::clamp<int64_t>(MsToFrames(tuning.endPadMs), 0, minPauseFrames / 2);
 }
@@ -436,11 +492,11 @@ void CSentenceFinder::State::AnalyseFrame()
         // The steady level of each bin over the reach up to this frame.
         const int64_t leaving = frame - steadyFrames - 1;
         for (size_t k = 0; k < binCount; ++k) {
-            const float db = PowerToDb(power[firstBin + k]);
+            const float db = QuickPowerToDb(power[firstBin + k]);
             binDb[slot * binCount + k] = db;
             steady[k].Add(db);
             if (leaving >= 0) steady[k].Remove(binDb[Slot(leaving) * binCount + k]);
-            binSteady[slot * binCount + k] = DbToPower(steady[k].Value());
+            binSteady[slot * binCount + k] = steadyStepPower[steady[k].ValueStep()];
         }
     }
     float* levels = &bandDb[slot * bands.size()];

@@ -83,6 +83,8 @@ private:
     std::vector<uint32_t> m_reversed;
     std::vector<float> m_re;
     std::vector<float> m_im;
+    std::vector<float> m_splitCos;
+    std::vector<float> m_splitSin;
 };
 
 // How far the mean of a noise band lies above the given percentile of its
@@ -117,11 +119,14 @@ public:
     size_t Count() const { return m_count; }
     // kLowestDb when empty.
     float Value();
+    // The same as the index of its step: Value() = kLowestDb + step * stepDb.
+    size_t ValueStep();
 
 private:
     size_t Step(float db) const;
     float m_percentile;
     float m_stepDb;
+    float m_perStep;
     std::vector<uint32_t> m_histogram;
     size_t m_count = 0;
     // The step of the last answer and how many values lie below it; moved a

@@ -10,7 +10,7 @@ packages=(
   libasound2-dev libcurl4-openssl-dev
   libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
   libgtk-3-dev
-  espeak-ng sox tmux xvfb
+  espeak-ng sox ffmpeg tmux xvfb
   python3 python3-pyftpdlib python3-pytest
   clang libclang-rt-14-dev
 )

@@ -31,6 +31,7 @@ import math
 import os
 import random
 import re
+import resource
 import subprocess
 import sys
 import wave
@@ -372,13 +373,28 @@ def load(set_dir):
         return json.load(f)
 
 
+def children_cpu():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
 def score_tempvox(tool, set_dir):
+    """Counts per file, and the CPU seconds the tool took for all."""
     entries = load(set_dir)
     results = []
+    before = children_cpu()
     for entry in entries:
         found = tempvox_segments(tool, os.path.join(set_dir, entry["file"]))
         results.append(boundary_counts(found, entry["sentences"]))
-    return entries, results
+    return entries, results, children_cpu() - before
+
+
+def audio_seconds(set_dir, entries):
+    total = 0.0
+    for entry in entries:
+        with wave.open(os.path.join(set_dir, entry["file"]), "rb") as w:
+            total += w.getnframes() / w.getframerate()
+    return total
 
 
 def main():
@@ -401,10 +417,12 @@ def main():
     if args.command == "generate":
         generate(args.out_dir, args.quick, args.seed)
         return 0
-    entries, results = score_tempvox(args.tool, args.set_dir)
+    entries, results, our_cpu = score_tempvox(args.tool, args.set_dir)
     ours = table(entries, results, "tempvox")
+    seconds = audio_seconds(args.set_dir, entries)
     if args.command == "score":
         status = 0
+        print(f"{len(entries)} files, {seconds:.0f} s of audio; tempvox segments took {our_cpu:.2f} s of CPU")
         for condition, value in ours.items():
             print(f"{condition:14s} F1 {value:.3f}")
             for rule in args.require:
@@ -427,6 +445,10 @@ def main():
             best = (threshold, overall, res)
     theirs = table(entries, best[2], "ffmpeg")
     ours_total = f1(*[sum(r[k] for r in results) for k in range(3)])
+    before = children_cpu()
+    for e in entries:
+        silencedetect_segments(os.path.join(args.set_dir, e["file"]), best[0])
+    their_cpu = children_cpu() - before
     print("silencedetect sweep (noise threshold dB: F1 over the set): " +
           ", ".join(f"{t}: {v:.3f}" for t, v in sweep))
     print()
@@ -438,6 +460,10 @@ def main():
     for condition in ours:
         print(f"| {condition} | {counts[condition]} | {ours[condition]:.3f} | {theirs[condition]:.3f} |")
     print(f"| all | {len(entries)} | {ours_total:.3f} | {best[1]:.3f} |")
+    print()
+    print(f"CPU over {seconds:.0f} s of audio ({len(entries)} files), one pass each, user + system: "
+          f"tempvox segments {our_cpu:.2f} s ({100 * our_cpu / seconds:.2f} % of the audio's duration), "
+          f"ffmpeg silencedetect {their_cpu:.2f} s ({100 * their_cpu / seconds:.2f} %)")
     return 0
 
 
