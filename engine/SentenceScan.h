@@ -31,8 +31,7 @@ struct SentenceScan {
 
 // Reads the wave file at `path` once from start to end, in blocks, and finds
 // its sentences (CSentenceFinder). The file is only read. Blocks the calling
-// thread for the time of one pass over the file (about a second for an hour
-// of 44.1 kHz stereo on a local disk, most of it reading).
+// thread for one pass over the file.
 SentenceScan ScanSentences(const std::string& path, const SentenceFinderSettings& settings);
 
 // The sentence that holds `timeMs` ([start, end)), or -1.
