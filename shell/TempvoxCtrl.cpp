@@ -374,11 +374,9 @@ BOOL CTempvoxCtrl::PlaySentence(int32_t index)
     if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
     const SentenceTimes sentence = m_sentences[static_cast<size_t>(index)];
     CancelSentencePause();
-    if (m_wavOut.GetPlayerState() == 0) {
-        if (!StartPlay()) return FALSE;
-        // A section selected in the view gives way to the sentence.
-        KillTimer(m_hWnd, TIMER_SECTION);
-    }
+    if (m_wavOut.GetPlayerState() == 0 && !StartPlay()) return FALSE;
+    // A section selected in the view gives way to the sentence.
+    KillTimer(m_hWnd, TIMER_SECTION);
     // The sentence is heard from its start at once: paused, moved and
     // resumed, the engine drops what it had queued from elsewhere. It does
     // so only when the position moved; one already at the start is moved a
