@@ -11,7 +11,7 @@
 # Usage: bench/sentence-eval.sh [BUILD_DIR] [SEED]   (defaults: build, 16)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build=${1:-build}
+build=$(cd "${1:-build}" && pwd)
 seed=${2:-16}
 [ -x "$build/tempvox" ] || { echo "build tempvox first"; exit 1; }
 for tool in espeak-ng sox ffmpeg; do

@@ -137,8 +137,8 @@ private:
 
 // Turns frame scores into sentences: hysteresis between the two scores,
 // quiet stretches dropped, stretches closer than the minimum pause joined,
-// short ones dropped. Frames are numbered from 0 and pushed in order; the
-// sentences are frame ranges [first, end).
+// short ones dropped. Frames are 10 ms, numbered from 0 and pushed in
+// order; the sentences are frame ranges [first, end).
 class CPauseSegmenter {
 public:
     struct Range {
