@@ -1,5 +1,6 @@
 #include "shell/TempvoxCtrl.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
@@ -76,7 +77,7 @@ LRESULT CTempvoxCtrl::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
         return 1;
     }
     case WM_ONESENTENCEDONE:
-        FireEvent(4);
+        OnSentenceDone();
         return 1;
     case WM_WORDSPEEDDONE:
         FireEvent(5, {Variant::I4(static_cast<int32_t>(wParam))});
@@ -177,6 +178,7 @@ BOOL CTempvoxCtrl::ResumePlay()
 
 void CTempvoxCtrl::StopPlay()
 {
+    CancelSentencePause();
     m_wavOut.StopPlay();
     if (m_bViewCreated && m_bAttached) {
         m_waveView.SetSelectable(TRUE);
@@ -236,6 +238,7 @@ bool CTempvoxCtrl::TakeDecodedCopy()
 
 BOOL CTempvoxCtrl::SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath)
 {
+    m_sentences.clear();
     StopAndDeleteTemporaries();
     m_lastDecode = media::DecodeReport{};
     if (strFilePath == nullptr || httpPort_id == -1) {
@@ -257,6 +260,7 @@ BOOL CTempvoxCtrl::SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort
                                     const char* localSaveName)
 {
     m_lastDecode = media::DecodeReport{};
+    m_sentences.clear();
     if (localSaveName != nullptr) {
         std::string cached = FindCachedCopy(m_tempDir, localSaveName);
         if (!cached.empty()) {
@@ -351,6 +355,121 @@ void CTempvoxCtrl::SetLanguageType(int16_t value)
     m_bModified = true;
 }
 
+// ---------------------------------------------------------------- sentences
+
+int32_t CTempvoxCtrl::FindSentences(int32_t minPauseMs)
+{
+    m_sentences.clear();
+    SentenceFinderSettings settings;
+    if (minPauseMs != 0) settings.minPauseMs = minPauseMs;
+    if (settings.minPauseMs < 50 || settings.minPauseMs > 60000) return kSentencesBadPause;
+    if (m_playFilePath.empty()) return kSentencesNoFile;
+    SentenceScan scan = ScanSentences(m_playFilePath, settings);
+    switch (scan.error) {
+    case SentenceScanError::None: break;
+    case SentenceScanError::CannotOpen:
+    case SentenceScanError::NotWave: return kSentencesCannotRead;
+    case SentenceScanError::NotPcm: return kSentencesNotPcm;
+    case SentenceScanError::BadSettings: return kSentencesBadPause;
+    }
+    m_sentences = std::move(scan.sentences);
+    return static_cast<int32_t>(m_sentences.size());
+}
+
+int32_t CTempvoxCtrl::GetSentenceStart(int32_t index) const
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return -1;
+    return m_sentences[static_cast<size_t>(index)].startMs;
+}
+
+int32_t CTempvoxCtrl::GetSentenceEnd(int32_t index) const
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return -1;
+    return m_sentences[static_cast<size_t>(index)].endMs;
+}
+
+int32_t CTempvoxCtrl::GetSentenceAt(int32_t timeMs) const
+{
+    return SentenceAt(m_sentences, timeMs);
+}
+
+namespace {
+
+// Classic play tells the time by the read position less a fixed 17640
+// bytes, and judges the span when a block comes back with three more of
+// 0.1 s still waiting at the device: above 58800 bytes a second its time
+// runs ahead of the sound by the difference, which would cut the end of
+// every sentence (by 200 ms at 44.1 kHz stereo). The span is armed that much
+// later instead. Refined play tells the time heard and needs none.
+int32_t ClassicLeadMs(const CWavOut& engine)
+{
+    const uint32_t byteRate = engine.Format().avgBytesPerSec;
+    if (engine.IsRefined() || byteRate == 0) return 0;
+    const int64_t leadBytes = 3 * int64_t(engine.ReadSize()) - 17640;
+    return leadBytes > 0 ? static_cast<int32_t>(leadBytes * 1000 / byteRate) : 0;
+}
+
+}  // namespace
+
+BOOL CTempvoxCtrl::PlaySentence(int32_t index)
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
+    const SentenceTimes sentence = m_sentences[static_cast<size_t>(index)];
+    CancelSentencePause();
+    if (m_wavOut.GetPlayerState() == 0 && !StartPlay()) return FALSE;
+    // A section selected in the view gives way to the sentence.
+    KillTimer(m_hWnd, TIMER_SECTION);
+    // The sentence is heard from its start at once: paused, moved and
+    // resumed, the engine drops what it had queued from elsewhere. It does
+    // so only when the position moved; one already at the start is moved a
+    // millisecond earlier.
+    if (m_wavOut.GetPlayerState() == 1 && !m_wavOut.PausePlay()) return FALSE;
+    const uint64_t pausedAt = m_wavOut.FilePosition();
+    m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs));
+    if (m_wavOut.FilePosition() == pausedAt && sentence.startMs > 0)
+        m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs - 1));
+    ArmSentencePause(sentence);
+    if (m_wavOut.ResumePlay()) return TRUE;
+    CancelSentencePause();
+    return FALSE;
+}
+
+BOOL CTempvoxCtrl::PauseAtEndOfSentence(int32_t index)
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
+    if (m_wavOut.GetPlayerState() == 0) return FALSE;
+    CancelSentencePause();
+    ArmSentencePause(m_sentences[static_cast<size_t>(index)]);
+    return TRUE;
+}
+
+void CTempvoxCtrl::ArmSentencePause(const SentenceTimes& sentence)
+{
+    m_sentencePauseEndMs = sentence.endMs + ClassicLeadMs(m_wavOut);
+    m_sentencePauseArmed = true;
+    m_wavOut.SetOneSentenceTimeSpan(sentence.startMs, m_sentencePauseEndMs);
+}
+
+void CTempvoxCtrl::OnSentenceDone()
+{
+    // Only a span of PlaySentence pauses, and only when play has reached its
+    // end: a notice that was still on its way when PlaySentence moved on
+    // finds play short of the new end.
+    if (m_sentencePauseArmed &&
+        m_wavOut.GetCurrentPlayTime() >= static_cast<uint32_t>(std::max(m_sentencePauseEndMs, 0))) {
+        m_sentencePauseArmed = false;
+        if (m_wavOut.GetPlayerState() == 1) PausePlay();
+    }
+    FireEvent(4);
+}
+
+void CTempvoxCtrl::CancelSentencePause()
+{
+    if (!m_sentencePauseArmed) return;
+    m_sentencePauseArmed = false;
+    m_wavOut.SetOneSentenceTimeSpan(0, 0);
+}
+
 // ---------------------------------------------------------------- dispatch
 
 HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Variant>& args, Variant* result,
@@ -439,7 +558,10 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 29: m_wavOut.SetCountWordTimeSpan(a[0].intValue); return {};
     case 30: SetCountWordSquare(a[0].floatValue); return {};
     case 31: m_wavOut.SetJustPlay(a[0].intValue); return {};
-    case 32: m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue); return {};
+    case 32:
+        m_sentencePauseArmed = false;
+        m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue);
+        return {};
     case 33: return Variant::I4(m_wavOut.GetWordSpeedByAsyn(a[0].floatValue, a[1].intValue));
     case 34:
         if (kind == InvokeKind::PropertyPut) {
@@ -455,6 +577,11 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
         m_waveView.SetRefined(a[0].intValue == kProfileRefined);
         return {};
     case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
+    case 37: return Variant::I4(FindSentences(a[0].intValue));
+    case 38: return Variant::I4(GetSentenceStart(a[0].intValue));
+    case 39: return Variant::I4(GetSentenceEnd(a[0].intValue));
+    case 40: return Variant::I4(GetSentenceAt(a[0].intValue));
+    case 41: return Variant::Bool(PlaySentence(a[0].intValue));
     default:
         return {};
     }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/SentenceScan.h"
 #include "engine/WavOut.h"
 #include "media/DecodedAudio.h"
 #include "shell/DispatchTable.h"
@@ -13,6 +14,12 @@ constexpr UINT WM_COMPUTESNR = 1913;
 
 constexpr UINT_PTR TIMER_CARET = 1;
 constexpr UINT_PTR TIMER_SECTION = 3;
+
+// What FindSentences answers when it fails; host.h names them for C hosts.
+constexpr int32_t kSentencesNoFile = -1;
+constexpr int32_t kSentencesCannotRead = -2;
+constexpr int32_t kSentencesNotPcm = -3;
+constexpr int32_t kSentencesBadPause = -4;
 
 // The one object a host sees: the automation members and events, the
 // window that turns the engine's messages into events on the host's
@@ -52,6 +59,27 @@ public:
     int16_t GetLanguageType() const;
     void SetLanguageType(int16_t value);
 
+    // The sentences of the current file (ids 37 to 41), in milliseconds of
+    // the file, numbered from 0. FindSentences reads the whole file once on
+    // the calling thread and answers the count, or a negative code; naming
+    // another file forgets them. GetSentenceStart and GetSentenceEnd answer
+    // -1 for an index out of range, GetSentenceAt -1 for a time in no
+    // sentence.
+    int32_t FindSentences(int32_t minPauseMs);
+    int32_t GetSentenceStart(int32_t index) const;
+    int32_t GetSentenceEnd(int32_t index) const;
+    int32_t GetSentenceAt(int32_t timeMs) const;
+    const std::vector<SentenceTimes>& Sentences() const { return m_sentences; }
+    // Plays one sentence from its start (starting or resuming play) and
+    // pauses at its end, where PlayOneSentenceCompleted fires. FALSE for an
+    // index out of range or when play cannot start.
+    BOOL PlaySentence(int32_t index);
+    // For hosts in C++ (our tools): the play under way pauses at the end of
+    // sentence `index` as after PlaySentence, without moving; FALSE when
+    // stopped or out of range. CancelSentencePause takes that back.
+    BOOL PauseAtEndOfSentence(int32_t index);
+    void CancelSentencePause();
+
     HWND GetSafeHwnd() const { return m_hWnd; }
     bool IsModified() const { return m_bModified; }
     const std::string& TempDir() const { return m_tempDir; }
@@ -72,6 +100,8 @@ private:
     BOOL TakeLocatedPath();
     bool TakeDecodedCopy();
     Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
+    void OnSentenceDone();
+    void ArmSentencePause(const SentenceTimes& sentence);
 
     float m_fSquare = 0.0f;
     std::string m_tempDir;
@@ -91,4 +121,9 @@ private:
     EventSink m_eventSink;
     media::DecodeReport m_lastDecode;
     media::DecodeProgress m_decodeProgress;
+    std::vector<SentenceTimes> m_sentences;
+    // The one-sentence span under way was armed by PlaySentence: its end
+    // pauses play. A span the host armed itself keeps the original rule.
+    bool m_sentencePauseArmed = false;
+    int32_t m_sentencePauseEndMs = 0;
 };

@@ -23,6 +23,8 @@ void PrintUsage()
                  "                                                  encode 16-bit PCM as wzq\n"
                  "  view FILE|URL -o OUT.png [--size WxH] [--classic]\n"
                  "                                                  draw the waveform view to a PNG\n"
+                 "  segments FILE [--min-pause MS] [--format json|srt|vtt|labels]\n"
+                 "                                                  list the sentences of a recording\n"
                  "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
 }
 
@@ -46,6 +48,7 @@ int main(int argc, char** argv)
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
     if (command == "regsvr") return RunRegsvrCommand(args);
+    if (command == "segments") return RunSegmentsCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();
         return 0;

@@ -50,6 +50,27 @@ preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan|tsan)\.so/ 
 LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 --refined >"$work/host.out"
 grep -q "event PlayComplete" "$work/host.out" || { echo "FAIL: no PlayComplete"; cat "$work/host.out"; exit 1; }
 grep -q "profile 1" "$work/host.out" || { echo "FAIL: the profile was not set from C"; cat "$work/host.out"; exit 1; }
+# One sentence through the header's member ids: sentence 1 of three.
+python3 - "$work/sentences.wav" <<'PY'
+import math, struct, sys
+rate, samples = 16000, []
+for syllables in (0, 5, 7, 4):
+    for s in range(syllables):
+        count = rate * 150 // 1000
+        for i in range(count):
+            envelope = min(1.0, i / 320, (count - i) / 480)
+            phase = 2 * math.pi * (130 + 10 * s) * i / rate
+            samples.append(int(6000 * envelope * sum(math.sin(h * phase) / h for h in range(1, 9))))
+        samples += [0] * (rate * 60 // 1000)
+    samples += [0] * (rate * 700 // 1000)
+data = struct.pack("<%dh" % len(samples), *samples)
+head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, rate, 2 * rate, 2, 16)
+open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+PY
+LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/sentences.wav" --audio manual --sentence 1 >"$work/sentence.out" ||
+  { echo "FAIL: one sentence from C"; cat "$work/sentence.out"; exit 1; }
+grep -q "^sentence 1 of 3: " "$work/sentence.out" && grep -q "event PlayOneSentenceCompleted" "$work/sentence.out" &&
+  grep -qx "paused" "$work/sentence.out" || { echo "FAIL: one sentence from C"; cat "$work/sentence.out"; exit 1; }
 "$prefix/bin/tempvox" regsvr -u "$prefix/$libdir/libtempvox.so"
 if "$prefix/bin/tempvox" regsvr -u -s "$prefix/$libdir/libtempvox.so" 2>/dev/null; then
   echo "FAIL: unregistering twice succeeded"; exit 1
