@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/UserFolders.h"
+
 namespace platform {
 namespace {
 
@@ -134,10 +136,19 @@ std::string CreateOwnedFileNear(const std::string& preferred, const std::string&
     SplitName(preferred, stem, extension);
     // A bounded search: a folder with ten thousand leftovers of one name
     // means something else is wrong, and an empty answer says so.
+    int remakes = 3;
     for (int n = 1; n <= 10000; ++n) {
         std::string candidate = fallbackFolder + stem + "-" + std::to_string(n) + extension;
         if (CreateOwnedFile(candidate))
             return candidate;
+        if (errno == ENOENT && remakes-- > 0) {
+            // Controls share the temporary folder, and each removes it when
+            // it leaves it empty: another one may have done so a moment ago.
+            // The folder is made again and the same name tried.
+            CreateDirectories(fallbackFolder.substr(0, fallbackFolder.find_last_not_of('/') + 1));
+            --n;
+            continue;
+        }
         if (errno != EEXIST)
             return std::string();
     }

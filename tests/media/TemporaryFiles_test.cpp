@@ -102,6 +102,10 @@ TEST_F(TemporaryFilesTest, APlaceNearThePreferredOneIsFreeOrOurOwn)
     EXPECT_EQ(ReadText(preferred), "user");
     EXPECT_EQ(platform::CreateOwnedFileNear(preferred, ""), "") << "nowhere else to go";
 
+    // The shared temporary folder, removed by another control that left it
+    // empty: made again, not a failure.
+    EXPECT_EQ(platform::CreateOwnedFileNear(preferred, m_scratch + "gone/"), m_scratch + "gone/lesson_copy-1.wav");
+
     // A folder that can't be written sends the file to the fallback too
     // (root writes anywhere, so this part needs an ordinary user).
     if (geteuid() != 0) {
