@@ -70,6 +70,9 @@ public:
     // Totals since Configure or Reset.
     uint64_t Nuclei() const { return m_nuclei; }
     double SpeechSeconds() const { return double(m_speechHops) * kHopSeconds; }
+    // Where the last hop of speech so far began, in seconds from the start
+    // of the stream (within a hop or two); negative before any speech.
+    double LastSpeechSeconds() const { return m_lastSpeechHop < 0 ? -1.0 : double(m_lastSpeechHop) * kHopSeconds; }
 
 private:
     struct Biquad {
