@@ -30,8 +30,9 @@ constexpr double kPeakBelowLoudDb = 12.0;
 constexpr double kLoudDecayDbPerHop = 0.05;
 // A voiced hop within this far below the recent loudness is speech time.
 constexpr double kSpeechBelowLoudDb = 30.0;
-// The voice is periodic where the normalised autocorrelation reaches this;
-// a nucleus needs a voiced hop within one hop of its peak.
+// The voice is periodic where the normalised autocorrelation reaches this.
+// A nucleus needs the voice at its own hop: the click of a voice that
+// starts abruptly peaks a hop before the voicing window fills.
 constexpr double kVoicedCorrelation = 0.5;
 // Below this mean square (about -70 dB of full scale) the voice band is
 // taken as silence.
@@ -120,11 +121,9 @@ void CSyllableCounter::Reset()
     m_hopFill = 0;
     m_hopIndex = 0;
     m_hopLevel.fill(kSilentDb);
-    m_hopVoiced.fill(false);
     m_loud = kSilentDb;
     m_rising = false;
     m_extreme = kSilentDb;
-    m_extremeHop = 0;
     m_extremeVoiced = false;
     m_nuclei = 0;
     m_speechHops = 0;
@@ -236,11 +235,10 @@ void CSyllableCounter::EndHop()
     if (centre < 0) return;
     const double level = m_hopLevel[(centre + 1) & (kHopHistory - 1)];
     const bool voiced = WindowIsVoiced();
-    m_hopVoiced[centre & (kHopHistory - 1)] = voiced;
     m_loud = std::max(m_loud - kLoudDecayDbPerHop, kSilentDb);
     if (voiced) m_loud = std::max(level, m_loud);
     if (voiced && level >= m_loud - kSpeechBelowLoudDb) CountSpeechHop(centre);
-    PickPeak(centre, level, voiced);
+    PickPeak(level, voiced);
 }
 
 bool CSyllableCounter::WindowIsVoiced() const
@@ -267,17 +265,12 @@ bool CSyllableCounter::WindowIsVoiced() const
     return best >= kVoicedCorrelation;
 }
 
-void CSyllableCounter::PickPeak(int64_t hop, double level, bool voiced)
+void CSyllableCounter::PickPeak(double level, bool voiced)
 {
-    // The voice at the highest point is judged from that hop and the ones
-    // either side; the one after is known a hop later.
-    if (m_rising && m_extremeHop == hop - 1) m_extremeVoiced = m_extremeVoiced || voiced;
-    const bool voicedBefore = m_hopVoiced[(hop - 1) & (kHopHistory - 1)] && hop > 0;
     if (m_rising) {
         if (level > m_extreme) {
             m_extreme = level;
-            m_extremeHop = hop;
-            m_extremeVoiced = voiced || voicedBefore;
+            m_extremeVoiced = voiced;
         } else if (level < m_extreme - kDipDb) {
             // The peak stands out on both sides: a nucleus if the voice is
             // there and it is not far below the voice's recent loudness.
@@ -287,16 +280,13 @@ void CSyllableCounter::PickPeak(int64_t hop, double level, bool voiced)
             }
             m_rising = false;
             m_extreme = level;
-            m_extremeHop = hop;
         }
     } else if (level < m_extreme) {
         m_extreme = level;
-        m_extremeHop = hop;
     } else if (level > m_extreme + kDipDb) {
         m_rising = true;
         m_extreme = level;
-        m_extremeHop = hop;
-        m_extremeVoiced = voiced || voicedBefore;
+        m_extremeVoiced = voiced;
     }
 }
 

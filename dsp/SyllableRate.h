@@ -97,7 +97,7 @@ private:
     static constexpr int kMinLag = 9;
     static constexpr int kMaxLag = 80;
     static constexpr int kVoiceHistory = 256;  // power of two, > window + lag
-    // Hops remembered for the smoothing and the look around a peak.
+    // Hops whose loudness is remembered until their voicing is known.
     static constexpr int kHopHistory = 16;  // power of two
     static constexpr double kSilentDb = -200.0;
 
@@ -105,7 +105,7 @@ private:
     void TakeAnalysisSample(double x);
     void EndHop();
     bool WindowIsVoiced() const;
-    void PickPeak(int64_t hop, double level, bool voiced);
+    void PickPeak(double level, bool voiced);
     void CountSpeechHop(int64_t hop);
 
     // Format.
@@ -131,7 +131,6 @@ private:
     int m_hopFill = 0;
     int64_t m_hopIndex = 0;
     std::array<double, kHopHistory> m_hopLevel{};
-    std::array<bool, kHopHistory> m_hopVoiced{};
 
     // Peak picking on the smoothed loudness in dB: the voice's recent
     // loudness, whether the contour is rising, and the highest (rising) or
@@ -139,7 +138,6 @@ private:
     double m_loud = kSilentDb;
     bool m_rising = false;
     double m_extreme = kSilentDb;
-    int64_t m_extremeHop = 0;
     bool m_extremeVoiced = false;
 
     // Totals.

@@ -24,7 +24,7 @@ struct SpokenStretch {
     uint32_t endMs = 0;
     SpeakingRate rate;
 };
-constexpr double kSpokenStretchPauseSeconds = 0.35;
+constexpr double kSpokenStretchPauseSeconds = 0.25;
 
 // The whole file cut at its pauses, in order; throws as above.
 std::vector<SpokenStretch> FindSpokenStretches(const std::string& path);

@@ -61,6 +61,10 @@ const std::vector<MemberInfo>& ControlMembers()
         // (the default of every control) and 1 refined.
         {35, "SetPlaybackProfile", V::Empty, {{"profile", V::I2}}, false},
         {36, "GetPlaybackProfile", V::I2, {}, false},
+        // The speaking rate: syllables per second of a stretch of the file,
+        // and the syllables per word that turn it into words.
+        {42, "GetSpeakingRate", V::R4, {{"startMs", V::I4}, {"endMs", V::I4}}, false},
+        {43, "SetSyllablesPerWord", V::Empty, {{"ratio", V::R4}}, false},
     };
     return members;
 }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "engine/SpeakingRate.h"
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
 #include "platform/Debug.h"
@@ -412,6 +413,19 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
         m_wavOut.SetPlaybackProfile(static_cast<int16_t>(a[0].intValue));
         return {};
     case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
+    case 42: {
+        const SpeakingRate rate = MeasureFileSpeakingRate(m_playFilePath, a[0].intValue, a[1].intValue);
+        return Variant::R4(static_cast<float>(rate.SyllablesPerSecond()));
+    }
+    case 43:
+        if (!IsSyllablesPerWordValid(a[0].floatValue)) {
+            char why[128];
+            std::snprintf(why, sizeof why, "syllables per word must be from %g to %g, got %g", kMinSyllablesPerWord,
+                          kMaxSyllablesPerWord, double(a[0].floatValue));
+            throw std::invalid_argument(why);
+        }
+        m_wavOut.SetSyllablesPerWord(a[0].floatValue);
+        return {};
     default:
         return {};
     }

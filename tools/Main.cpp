@@ -21,7 +21,9 @@ void PrintUsage()
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
                  "                                                  encode 16-bit PCM as wzq\n"
                  "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n"
-                 "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
+                 "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n"
+                 "  rate FILE.wav [--per-sentence] [--syllables-per-word R]\n"
+                 "                                                  syllables per second and words per minute\n");
 }
 
 }  // namespace
@@ -44,6 +46,7 @@ int main(int argc, char** argv)
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
     if (command == "regsvr") return RunRegsvrCommand(args);
+    if (command == "rate") return RunRateCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();
         return 0;

@@ -153,7 +153,9 @@ enum {
     TEMPVOX_DISPID_GetWordSpeedByAsyn = 33,
     TEMPVOX_DISPID_SetLanguageType = 34,
     TEMPVOX_DISPID_SetPlaybackProfile = 35,
-    TEMPVOX_DISPID_GetPlaybackProfile = 36
+    TEMPVOX_DISPID_GetPlaybackProfile = 36,
+    TEMPVOX_DISPID_GetSpeakingRate = 42,
+    TEMPVOX_DISPID_SetSyllablesPerWord = 43
 };
 
 /* Values of SetPlaybackProfile. */
