@@ -23,6 +23,7 @@
 # exits 1 when one is missed.
 #
 # Usage: bench/speaking-rate-eval.sh [BUILD_DIR] [--quick]
+#   SPEAKING_RATE_EVAL_DUMP=FILE keeps every file's figures as JSON.
 #   --quick: one text, espeak-ng's default voice at three rates, 22050 Hz
 #            mono and 44100 Hz stereo, clean and noisy; the same checks.
 set -euo pipefail
@@ -180,6 +181,11 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
 for f in files:
     f["true_sps"] = f["syllables"] / f["truth_seconds"]
     f["true_wpm"] = f["words"] / f["truth_seconds"] * 60.0
+
+
+if os.environ.get("SPEAKING_RATE_EVAL_DUMP"):
+    with open(os.environ["SPEAKING_RATE_EVAL_DUMP"], "w") as dump:
+        json.dump(files, dump, indent=0)
 
 
 def stats(pairs):

@@ -4,11 +4,9 @@
 #include <cmath>
 #include <memory>
 
-
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr uint32_t kAnalysisRate = 8000;
 constexpr int kHopSamples = 80;  // 10 ms at 8 kHz
 constexpr int kVoiceWindowLength = 160;
 
@@ -34,6 +32,11 @@ constexpr double kSpeechBelowLoudDb = 30.0;
 // A nucleus needs the voice at its own hop: the click of a voice that
 // starts abruptly peaks a hop before the voicing window fills.
 constexpr double kVoicedCorrelation = 0.5;
+// Above 8 kHz the mean is cut below the analysis rate's half before it is
+// sampled again, steeply (eighth order): a fricative's hiss at 5 to 7 kHz
+// would otherwise fold into the loudness bands, more or less of it with the
+// file's own rate.
+constexpr double kAntiAliasHz = 3400.0;
 // Below this mean square (about -70 dB of full scale) the voice band is
 // taken as silence.
 constexpr double kQuietMeanSquare = 1e-7;
@@ -60,6 +63,7 @@ void DesignSection(Section& s, double cornerHz, double rate, double q, bool high
 constexpr double kButterworth2Q = 0.70710678;
 constexpr double kButterworth4Q1 = 0.54119610;
 constexpr double kButterworth4Q2 = 1.30656296;
+constexpr double kButterworth8Q[4] = {0.50979558, 0.60134489, 0.89997622, 2.56291545};
 
 // Sum of a[i] * b[i] over one voicing window, in eight partial sums so that
 // the adds do not wait on each other (and the compiler may vectorise them).
@@ -85,10 +89,8 @@ bool CSyllableCounter::Configure(uint32_t samplesPerSec, uint16_t channels)
     if (samplesPerSec < kMinRate || samplesPerSec > kMaxRate || channels == 0 || channels > kMaxChannels) return false;
     m_rate = samplesPerSec;
     m_channels = channels;
-    // Above 8 kHz the mean is cut below the analysis rate's half before it
-    // is sampled again.
-    DesignSection(m_antiAlias[0], 3400.0, samplesPerSec, kButterworth4Q1, false);
-    DesignSection(m_antiAlias[1], 3400.0, samplesPerSec, kButterworth4Q2, false);
+    for (size_t i = 0; i < m_antiAlias.size(); ++i)
+        DesignSection(m_antiAlias[i], kAntiAliasHz, samplesPerSec, kButterworth8Q[i], false);
     for (int b = 0; b < kBandCount; ++b) {
         DesignSection(m_envelope[b], kEnvelopeHz, kAnalysisRate, kButterworth2Q, false);
         DesignSection(m_bands[b][0], kBandEdgesHz[b], kAnalysisRate, kButterworth2Q, true);
@@ -190,7 +192,9 @@ void CSyllableCounter::TakeMono(double mean)
         return;
     }
     double y = mean;
-    if (m_rate > kAnalysisRate) y = m_antiAlias[1].Step(m_antiAlias[0].Step(mean));
+    if (m_rate > kAnalysisRate) {
+        for (Biquad& section : m_antiAlias) y = section.Step(y);
+    }
     // The analysis samples that lie after the previous frame and at or
     // before this one, on the straight line between the two.
     const int64_t frame = int64_t(m_inputIndex);

@@ -115,7 +115,7 @@ private:
     // Taking the mean of the channels down to 8 kHz: analysis sample k lies
     // at input position k * rate / 8000, kept in whole numbers so that
     // hours of input do not drift.
-    std::array<Biquad, 2> m_antiAlias;
+    std::array<Biquad, 4> m_antiAlias;
     uint64_t m_inputIndex = 0;
     uint64_t m_outputIndex = 0;
     double m_previousMean = 0.0;
