@@ -37,9 +37,11 @@ constexpr double kVoicedCorrelation = 0.5;
 // would otherwise fold into the loudness bands, more or less of it with the
 // file's own rate.
 constexpr double kAntiAliasHz = 3400.0;
-// Below this mean square (about -70 dB of full scale) the voice band is
-// taken as silence.
-constexpr double kQuietMeanSquare = 1e-7;
+// Below this mean square (-120 dB of full scale) the voice band is digital
+// silence, where the correlation means nothing. Any higher floor would
+// depend on the recording's level; quiet hiss and hum are kept out by the
+// loudness gates, which are relative.
+constexpr double kQuietMeanSquare = 1e-12;
 
 // The usual bilinear designs of second-order sections, frequency prewarped,
 // coefficients divided by a0.
