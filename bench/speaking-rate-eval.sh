@@ -22,6 +22,9 @@
 # Prints the tables for bench/RESULTS.md and checks the acceptance figures;
 # exits 1 when one is missed.
 #
+# sox runs with -R throughout (its dither and noise repeat), so two runs give
+# the same figures.
+#
 # Usage: bench/speaking-rate-eval.sh [BUILD_DIR] [--quick]
 #   SPEAKING_RATE_EVAL_DUMP=FILE keeps every file's figures as JSON.
 #   --quick: one text, espeak-ng's default voice at three rates, 22050 Hz
@@ -113,7 +116,7 @@ def make_recording(key):
     command, _ = SYNTHS[synth]
     run(command(plain, setting, raw))
     speech = base + "-speech.wav"
-    run(["sox", raw, speech, "norm", "-1"] + PAUSES_CUT + ["reverse", "silence", "1", "0.02", "-40d", "reverse"])
+    run(["sox", "-R", raw, speech, "norm", "-1"] + PAUSES_CUT + ["reverse", "silence", "1", "0.02", "-40d", "reverse"])
     truth_seconds = seconds(speech)
     os.remove(speech)
     files = []
@@ -121,9 +124,9 @@ def make_recording(key):
         clean = f"{base}-{rate}-{channels}.wav"
         remix = ["remix", "1", "1v0.5"] if channels == 2 else []
         level = "-3" if channels == 1 else "-15"
-        run(["sox", raw, "-b", "16", "-e", "signed-integer", clean] + remix + ["rate", "-h", str(rate), "norm", level])
+        run(["sox", "-R", raw, "-b", "16", "-e", "signed-integer", clean] + remix + ["rate", "-h", str(rate), "norm", level])
         active = clean + ".active.wav"
-        run(["sox", clean, active] + PAUSES_CUT)
+        run(["sox", "-R", clean, active] + PAUSES_CUT)
         speech_rms = rms(active)
         os.remove(active)
         noise = clean + ".noise.wav"
@@ -131,7 +134,7 @@ def make_recording(key):
              str(seconds(clean)), "whitenoise", "vol", "0.3"])
         gain = speech_rms / 10.0 / rms(noise)
         noisy = f"{base}-{rate}-{channels}-noisy.wav"
-        run(["sox", "-m", "-v", "1", clean, "-v", f"{gain:.6f}", noise, noisy])
+        run(["sox", "-R", "-m", "-v", "1", clean, "-v", f"{gain:.6f}", noise, noisy])
         os.remove(noise)
         for path, noisy_flag in ((clean, False), (noisy, True)):
             files.append({"text": text_index, "synth": synth, "setting": setting, "rate": rate,
