@@ -136,6 +136,40 @@ bool ApplyGainAndVolume(uint8_t* data, int32_t byteCount, uint16_t bitsPerSample
     return true;
 }
 
+bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPerSample, uint16_t channels,
+                              float volume, float* gain) {
+    if (channels == 0) return false;
+    if (bitsPerSample == 8) {
+        for (uint32_t i = 0; i < byteCount; ++i) {
+            const double scaled = (double(data[i]) - 128.0) * double(volume) + 128.0;
+            data[i] = uint8_t(std::clamp(int32_t(scaled + 0.5), 0, 255));
+        }
+        return true;
+    }
+    if (bitsPerSample != 16) return true;
+    const uint32_t count = byteCount / 2;
+    for (uint32_t i = 0; i < count; ++i) {
+        const int16_t sample = LoadSample(data + 2 * size_t(i));
+        const double product = double(sample) * double(*gain);
+        if (std::abs(product) > 32767.0 && i >= channels && i + channels < count) {
+            // The neighbours of the same channel tell a true peak from a
+            // lone click; a true one holds the gain down from here on.
+            const int32_t before = LoadSample(data + 2 * size_t(i - channels));
+            const int32_t after = LoadSample(data + 2 * size_t(i + channels));
+            const double quarter = std::abs(product) / 4.0;
+            if (std::abs(before) > quarter || std::abs(after) > quarter) {
+                const float lowered = GainHeldToTarget(float(std::abs(product)), *gain);
+                *gain = lowered < kLowestGain ? kLowestGain : lowered;
+            }
+        }
+        // Nearest, halves away from zero; a cast truncates, so the half is
+        // added on the side of the sign (cheaper than a library rounding).
+        const double held = std::clamp(product, -32768.0, 32767.0) * double(volume);
+        StoreSample(data + 2 * size_t(i), int16_t(int32_t(held + (held < 0.0 ? -0.5 : 0.5))));
+    }
+    return true;
+}
+
 bool VolumeFromPercent(long volume, float* out) {
     const uint16_t percent = uint16_t(static_cast<unsigned long>(volume));
     if (percent > 100) return false;

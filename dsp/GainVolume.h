@@ -62,6 +62,15 @@ float ScanPeakGainOver(const uint8_t* data, size_t byteCount);
 // one more byte of room past byteCount (the engine's buffers do).
 bool ApplyGainAndVolume(uint8_t* data, int32_t byteCount, uint16_t bitsPerSample, float volume, float* gain);
 
+// The refined profile's form of the same stage: channels stay apart. The
+// gain and volume scale every sample alike; a product beyond full scale is
+// held at full scale (no wrap-around), and when the same channel's
+// neighbours show it was a true peak, *gain comes down for the rest of the
+// file as above. Interleaved frames of `channels` samples; 8-bit data is
+// scaled about its midpoint 128 by the volume only.
+bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPerSample, uint16_t channels,
+                              float volume, float* gain);
+
 // Host volume in percent to the factor: the low 16 bits of `volume`, unsigned,
 // must be at most 100, else false and *out untouched.
 bool VolumeFromPercent(long volume, float* out);

@@ -145,28 +145,39 @@ void OverlapAdd(const float* in, const float* window, float* out, int64_t count)
 }
 
 // Hann window of 2H + 1 values, angle, cosine and value each rounded to single.
-std::vector<float> MakeWindow(int32_t halfFrame)
+void FillWindow(int32_t halfFrame, float* window)
 {
-    std::vector<float> window(size_t(2 * halfFrame + 1));
     for (int32_t i = 0; i <= 2 * halfFrame; ++i) {
         const float angle = float(i * kTwoPiSingle / (2 * halfFrame));
         const float cosine = float(std::cos(double(angle)));
         window[i] = float((1.0 - double(cosine)) * 0.5);
     }
+}
+
+std::vector<float> MakeWindow(int32_t halfFrame)
+{
+    std::vector<float> window(size_t(2 * halfFrame + 1));
+    FillWindow(halfFrame, window.data());
     return window;
 }
+
+int32_t HalfFrameFor(int32_t rate) { return int32_t(rate * 5 / 1000.0 + 0.5); }
 
 // The window depends on H alone, and H on the constructor's rate, so every
 // block gets the same one: it is made once rather than 221 cosines a block.
 const float* WindowFor(int32_t halfFrame, std::vector<float>& storage)
 {
-    static const int32_t s_usualHalfFrame = int32_t(CSpeedChanger::kDefaultRate * 5 / 1000.0 + 0.5);
+    static const int32_t s_usualHalfFrame = HalfFrameFor(CSpeedChanger::kDefaultRate);
     static const std::vector<float> s_usualWindow = MakeWindow(s_usualHalfFrame);
     if (halfFrame == s_usualHalfFrame)
         return s_usualWindow.data();
     storage = MakeWindow(halfFrame);
     return storage.data();
 }
+
+// The first frame alone spans 2H + 1 samples. A shorter block, as the last
+// of a file can be, and a changer whose rate was released go out unchanged.
+bool TooShortToChange(int32_t halfFrame, int64_t count) { return halfFrame < 1 || count < 2 * halfFrame + 1; }
 
 int16_t ToSample(float value)
 {
@@ -235,10 +246,12 @@ void CSpeedChanger::Load(const int16_t* samples, int32_t count, int16_t level)
     m_factor = FactorForLevel(level);
 }
 
-float* CSpeedChanger::DecimateAverage(const float* samples, int32_t count, int32_t factor)
+namespace {
+
+// Mean of each whole run of `factor` samples into `result`, count / factor values.
+void DecimateInto(const float* samples, int32_t count, int32_t factor, float* result)
 {
     const int32_t runs = factor > 0 && count > 0 ? count / factor : 0;
-    float* result = new float[size_t(runs)];
     for (int32_t m = 0; m < runs; ++m) {
         const float* run = samples + int64_t(m) * factor;
         float sum = 0.0f;
@@ -246,6 +259,15 @@ float* CSpeedChanger::DecimateAverage(const float* samples, int32_t count, int32
             sum = float(double(sum) + double(run[k]));
         result[m] = float(double(sum) / factor);
     }
+}
+
+}  // namespace
+
+float* CSpeedChanger::DecimateAverage(const float* samples, int32_t count, int32_t factor)
+{
+    const int32_t runs = factor > 0 && count > 0 ? count / factor : 0;
+    float* result = new float[size_t(runs)];
+    DecimateInto(samples, count, factor, result);
     return result;
 }
 
@@ -283,35 +305,19 @@ int32_t CSpeedChanger::FindBestOffset(const float* decimatedReference, int32_t d
     return first + BestCandidate(reference, fineTerms, search + first, end - first);
 }
 
-int32_t CSpeedChanger::Run()
+namespace {
+
+// The tempo change of a block of n >= 2H + 1 samples into `out`, which holds
+// `capacity` zeros; `dec` holds the block decimated. Answers the index of
+// the last sample written, which the changer gives out as its count.
+int32_t ChangeTempo(const float* in, int64_t n, float factor, int32_t halfFrame, const float* window,
+                    const float* dec, float* out, int64_t capacity)
 {
-    FreeOutput();
-    if (m_factor == 1.0f) {
-        m_output.count = m_input.count;
-        m_output.data = m_input.data;
-        return m_output.count;
-    }
-
-    const float* in = m_input.data;
-    const int64_t n = m_input.count;
-    const int32_t halfFrame = int32_t(m_input.rate * 5 / 1000.0 + 0.5);
+    using C = CSpeedChanger;
+    constexpr int32_t kDecimation = C::kDecimation;
     const int32_t frameLength = 2 * halfFrame + 1;
-    // The first frame alone spans frameLength samples. A shorter block, as
-    // the last of a file can be, and a changer whose rate was released go
-    // out unchanged.
-    if (halfFrame < 1 || n < frameLength) {
-        CopyInputToOutput();
-        return m_output.count;
-    }
-
-    const int64_t capacity = n * CapacityMultiple(m_factor);
-    m_output.data = new float[size_t(capacity)]();
-    float* out = m_output.data;
-    const int32_t analysisHop = AnalysisHop(halfFrame, m_factor);
+    const int32_t analysisHop = C::AnalysisHop(halfFrame, factor);
     const int64_t decCount = n / kDecimation;
-    std::unique_ptr<float[]> dec(DecimateAverage(in, int32_t(n), kDecimation));
-    std::vector<float> windowStorage;
-    const float* window = WindowFor(halfFrame, windowStorage);
 
     for (int32_t i = 0; i < halfFrame; ++i)
         out[i] = in[i];
@@ -353,9 +359,9 @@ int32_t CSpeedChanger::Run()
             const int32_t referenceCount = int32_t(std::min<int64_t>(frameLength, n - continuation));
             const int32_t decimatedReferenceCount =
                 int32_t(std::min<int64_t>(frameLength / kDecimation, decCount - continuation / kDecimation));
-            offset = FindBestOffset(dec.get() + continuation / kDecimation, decimatedReferenceCount,
-                                    in + continuation, referenceCount, frameLength, dec.get() + nominal / kDecimation,
-                                    in + nominal, int32_t(searchEnd - nominal), kDecimation);
+            offset = C::FindBestOffset(dec + continuation / kDecimation, decimatedReferenceCount, in + continuation,
+                                       referenceCount, frameLength, dec + nominal / kDecimation, in + nominal,
+                                       int32_t(searchEnd - nominal), kDecimation);
             // 0 also stands for "no room to search"; either way the rest
             // of the block goes out as a plain copy.
             if (offset == 0)
@@ -384,8 +390,32 @@ int32_t CSpeedChanger::Run()
         out[outputEnd] = in[i];
     }
 
-    // The count is the index of the last sample written, not one more.
-    m_output.count = int32_t(std::min<int64_t>({outputEnd, capacity, INT32_MAX}));
+    return int32_t(std::min<int64_t>({outputEnd, capacity, INT32_MAX}));
+}
+
+}  // namespace
+
+int32_t CSpeedChanger::Run()
+{
+    FreeOutput();
+    if (m_factor == 1.0f) {
+        m_output.count = m_input.count;
+        m_output.data = m_input.data;
+        return m_output.count;
+    }
+    const int32_t n = m_input.count;
+    const int32_t halfFrame = HalfFrameFor(m_input.rate);
+    if (TooShortToChange(halfFrame, n)) {
+        CopyInputToOutput();
+        return m_output.count;
+    }
+
+    const int64_t capacity = int64_t(n) * CapacityMultiple(m_factor);
+    m_output.data = new float[size_t(capacity)]();
+    std::unique_ptr<float[]> dec(DecimateAverage(m_input.data, n, kDecimation));
+    std::vector<float> windowStorage;
+    const float* window = WindowFor(halfFrame, windowStorage);
+    m_output.count = ChangeTempo(m_input.data, n, m_factor, halfFrame, window, dec.get(), m_output.data, capacity);
     return m_output.count;
 }
 
@@ -441,4 +471,59 @@ void CSpeedChanger::CopyInputToOutput()
     if (m_input.count > 0)
         std::memcpy(m_output.data, m_input.data, sizeof(float) * size_t(m_input.count));
     m_output.count = m_input.count;
+}
+
+// ---------------------------------------------------------------- stage
+
+CSpeedChangeStage::CSpeedChangeStage() : m_halfFrame(HalfFrameFor(CSpeedChanger::kDefaultRate))
+{
+    // The window is the changer's own, made here rather than by the first
+    // block, whichever thread runs it.
+    m_window = std::make_unique<float[]>(size_t(2 * m_halfFrame + 1));
+    FillWindow(m_halfFrame, m_window.get());
+}
+
+CSpeedChangeStage::~CSpeedChangeStage() = default;
+
+void CSpeedChangeStage::Reserve(int32_t maxSamples)
+{
+    const int32_t samples = std::max(maxSamples, 0);
+    // The factor never goes below 0.5, which gives the widest output.
+    const int64_t widest = int64_t(samples) * CSpeedChanger::CapacityMultiple(0.5f);
+    // All or nothing: a failed allocation leaves the old room as it was.
+    auto input = std::make_unique<float[]>(size_t(samples));
+    auto output = std::make_unique<float[]>(size_t(widest));
+    auto decimated = std::make_unique<float[]>(size_t(samples / CSpeedChanger::kDecimation));
+    m_input = std::move(input);
+    m_output = std::move(output);
+    m_decimated = std::move(decimated);
+    m_reserved = samples;
+}
+
+int32_t CSpeedChangeStage::RunInto(const int16_t* samples, int32_t count, int16_t level, int16_t* out,
+                                   int32_t capacity)
+{
+    const int32_t n = samples ? std::max(count, 0) : 0;
+    if (n > m_reserved)
+        return -1;
+    // Read whole before anything is written, so that `out` may be `samples`.
+    for (int32_t i = 0; i < n; ++i)
+        m_input[i] = samples[i];
+
+    // The searches' scratch stays on the stack at the stage's one rate:
+    // at most 22 coarse and 20 fine candidates, frames of 221 samples.
+    const float factor = CSpeedChanger::FactorForLevel(level);
+    const float* result = m_input.get();
+    int32_t produced = n;
+    if (factor != 1.0f && !TooShortToChange(m_halfFrame, n)) {
+        const int64_t room = int64_t(n) * CSpeedChanger::CapacityMultiple(factor);
+        std::fill(m_output.get(), m_output.get() + room, 0.0f);
+        DecimateInto(m_input.get(), n, CSpeedChanger::kDecimation, m_decimated.get());
+        produced = ChangeTempo(m_input.get(), n, factor, m_halfFrame, m_window.get(), m_decimated.get(),
+                               m_output.get(), room);
+        result = m_output.get();
+    }
+    const int32_t written = std::clamp(produced, 0, std::max(capacity, 0));
+    CSpeedChanger::RoundToSamples(result, written, out);
+    return written;
 }

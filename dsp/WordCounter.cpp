@@ -66,18 +66,22 @@ struct Run {
     int32_t end;
 };
 
-std::vector<Run> NonZeroRuns(const double* x, int32_t n) {
-    std::vector<Run> runs;
+// Writes the runs of x into `runs`, which has room for RunRoomFor(n) of them
+// (two runs are at least one zero apart), and answers how many there are.
+size_t NonZeroRuns(const double* x, int32_t n, Run* runs) {
+    size_t count = 0;
     int32_t i = 0;
     while (i < n) {
         while (i < n && x[i] == 0.0) ++i;
         if (i == n) break;
         const int32_t begin = i;
         while (i < n && x[i] != 0.0) ++i;
-        runs.push_back({begin, i});
+        runs[count++] = {begin, i};
     }
-    return runs;
+    return count;
 }
+
+size_t RunRoomFor(int32_t n) { return size_t(std::max(n, 0)) / 2 + 1; }
 
 // Adds the terms of lags firstLag .. firstLag + 7 for every j in [begin, end),
 // each lane in ascending j. j + firstLag + 7 must stay inside the frame.
@@ -115,7 +119,7 @@ struct LaneSums {
 // down by firstLag .. firstLag + 7, cut to [0, limit): every j at which some
 // lane of the group has a sample that is not zero on either side.
 template <typename Visit>
-void ForEachBusyStretch(const std::vector<Run>& runs, int32_t firstLag, int32_t limit, Visit visit) {
+void ForEachBusyStretch(std::span<const Run> runs, int32_t firstLag, int32_t limit, Visit visit) {
     const int32_t widen = firstLag + kLagLanes - 1;
     size_t own = 0, moved = 0;
     bool open = false;
@@ -148,10 +152,11 @@ void ForEachBusyStretch(const std::vector<Run>& runs, int32_t firstLag, int32_t 
     if (open) flush();
 }
 
-void DifferenceOfClipped(const double* x, int32_t n, double* d) {
+// `runScratch` has room for RunRoomFor(n) runs.
+void DifferenceOfClipped(const double* x, int32_t n, double* d, Run* runScratch) {
     d[0] = 0.0;
     if (n < 2) return;
-    const std::vector<Run> runs = NonZeroRuns(x, n);
+    const std::span<const Run> runs(runScratch, NonZeroRuns(x, n, runScratch));
     int32_t firstLag = 1;
     // Lags up to n - 2 have terms; j of lag k runs to n - k - 2.
     for (; firstLag + kLagLanes - 1 <= n - 2; firstLag += kLagLanes) {
@@ -184,6 +189,106 @@ double MedianOfThree(double a, double b, double c) {
 bool DepthNearMedian(double depth, double median) {
     return depth <= median * kDepthAboveMedian && depth >= median * kDepthBelowMedian;
 }
+
+// Working memory to judge frames of up to `frameLen` samples. Sized once;
+// judging a frame never grows it.
+struct FrameWorkspace {
+    explicit FrameWorkspace(int32_t frameLen)
+        : frame(size_t(std::max(frameLen, 0))),
+          difference(frame.size()),
+          runs(RunRoomFor(frameLen)),
+          found(frame.size()),
+          kept(2 * frame.size()) {}
+
+    std::vector<double> frame;
+    std::vector<double> difference;
+    std::vector<Run> runs;
+    std::vector<uint32_t> found;  // the strict local minima
+    std::vector<uint32_t> kept;   // those that pass the cleaning, some twice
+};
+
+void ClipAndDifferenceWith(double* frame, int32_t frameLen, double* difference, Run* runScratch) {
+    if (frameLen <= 0) return;
+    CentreClip(frame, frameLen);
+    DifferenceOfClipped(frame, frameLen, difference, runScratch);
+}
+
+// Strict local minima over ten neighbours each side into `found`, which has
+// room for frameLen; answers how many.
+size_t LocalMinimaInto(const double* difference, int32_t frameLen, uint32_t* found) {
+    if (frameLen - kValleyReach <= kValleyReach) return 0;
+    size_t count = 0;
+    for (int32_t i = kValleyReach; i < frameLen - kValleyReach; ++i) {
+        bool lowest = true;
+        for (int32_t m = 1; m <= kValleyReach && lowest; ++m)
+            lowest = difference[i] < difference[i - m] && difference[i] < difference[i + m];
+        if (lowest) found[count++] = uint32_t(i);
+    }
+    return count;
+}
+
+// The valleys CleanValleys keeps of `count` (at least three) into `kept`,
+// which has room for twice as many; answers how many.
+size_t CleanValleysInto(const uint32_t* valleys, size_t count, const double* difference, uint32_t* kept) {
+    auto depth = [&](size_t index) { return difference[valleys[index]]; };
+    size_t keptCount = 0;
+    for (size_t group = 0; group + 3 <= count; group += 3) {
+        const double median = MedianOfThree(depth(group), depth(group + 1), depth(group + 2));
+        for (size_t i = group; i < group + 3; ++i)
+            if (DepthNearMedian(depth(i), median)) kept[keptCount++] = valleys[i];
+    }
+    const double tailMedian = MedianOfThree(depth(count - 3), depth(count - 2), depth(count - 1));
+    for (size_t i = count; i-- > 0;)
+        if (DepthNearMedian(depth(i), tailMedian)) kept[keptCount++] = valleys[i];
+    return keptCount;
+}
+
+std::span<const uint32_t> ValleysOf(const double* difference, int32_t frameLen, FrameWorkspace& work) {
+    const size_t count = LocalMinimaInto(difference, frameLen, work.found.data());
+    if (count <= 2) return {work.found.data(), count};
+    return {work.kept.data(), CleanValleysInto(work.found.data(), count, difference, work.kept.data())};
+}
+
+int32_t IsVoicedWith(const double* difference, int32_t frameLen, FrameWorkspace& work) {
+    const std::span<const uint32_t> valleys = ValleysOf(difference, frameLen, work);
+    if (valleys.empty()) return 0;
+    return TestPeriod(valleys) != 0 ? 1 : 0;
+}
+
+// 1 when the frame of `frameLen` filtered samples from `start` is voiced.
+int32_t JudgeFrame(const double* start, int32_t frameLen, FrameWorkspace& work) {
+    std::memcpy(work.frame.data(), start, size_t(frameLen) * sizeof(double));
+    std::fill(work.difference.begin(), work.difference.end(), 0.0);
+    ClipAndDifferenceWith(work.frame.data(), frameLen, work.difference.data(), work.runs.data());
+    return IsVoicedWith(work.difference.data(), frameLen, work);
+}
+
+// What CountVoicedFrames makes of a block before judging its frames.
+struct BlockShape {
+    uint32_t bytesPerSample = 0;
+    uint32_t count = 0;  // samples
+    FrameGeometry geometry;
+    int32_t frameCount = 0;
+};
+
+// False for a block with nothing to count.
+bool ShapeOf(const uint8_t* data, uint32_t byteCount, uint32_t samplesPerSec, uint16_t bitsPerSample,
+             BlockShape& shape) {
+    if (data == nullptr || byteCount == 0) return false;
+    shape.bytesPerSample = bitsPerSample / 8u;
+    // Other widths leave every sample at 0.0, which no frame can call voiced;
+    // below 8 bits there is no whole sample to divide by.
+    if (shape.bytesPerSample != 1 && shape.bytesPerSample != 2) return false;
+    shape.count = byteCount / shape.bytesPerSample;
+    shape.geometry = FrameGeometryForRate(samplesPerSec);
+    shape.frameCount = FrameCountFor(shape.count, shape.geometry);
+    return shape.frameCount > 0;
+}
+
+// The block as doubles and low-passed into `filtered`. `samples` and
+// `filtered` hold shape.count values, `history` kHistoryLength more.
+void FilterBlock(const uint8_t* data, uint32_t byteCount, const BlockShape& shape, double* samples, double* history,
+                 double* filtered);
 
 // Every frame of the call is independent; each lands in its own slot so the
 // sum comes out in frame order whatever thread ran it.
@@ -222,16 +327,11 @@ private:
 
     void Work() {
         try {
-            const size_t frameLen = size_t(m_geometry.frameLen);
-            std::vector<double> frame(frameLen);
-            std::vector<double> difference(frameLen);
+            FrameWorkspace work(m_geometry.frameLen);
             for (;;) {
                 const size_t f = m_next.fetch_add(1);
                 if (f >= m_voiced.size()) break;
-                std::memcpy(frame.data(), m_filtered + f * size_t(m_geometry.Hop()), frameLen * sizeof(double));
-                std::fill(difference.begin(), difference.end(), 0.0);
-                ClipAndDifference(frame.data(), m_geometry.frameLen, difference.data());
-                m_voiced[f] = uint8_t(IsFrameVoiced(difference.data(), m_geometry.frameLen));
+                m_voiced[f] = uint8_t(JudgeFrame(m_filtered + f * size_t(m_geometry.Hop()), m_geometry.frameLen, work));
             }
         } catch (...) {
             std::lock_guard<std::mutex> hold(m_failureLock);
@@ -273,10 +373,13 @@ void SamplesToDoubles(const uint8_t* bytes, uint32_t byteCount, uint32_t bytesPe
     }
 }
 
-void LowPassFilter(const double* in, double* out, uint32_t count) {
-    std::vector<double> history(kHistoryLength + size_t(count), 0.0);
-    std::copy(in, in + count, history.begin() + kHistoryLength);
-    const double* newest = history.data() + kHistoryLength;
+namespace {
+
+// LowPassFilter with the caller's `history`, which holds kHistoryLength + count.
+void LowPassInto(const double* in, double* out, uint32_t count, double* history) {
+    std::fill(history, history + kHistoryLength, 0.0);
+    std::copy(in, in + count, history + kHistoryLength);
+    const double* newest = history + kHistoryLength;
     uint32_t i = 0;
     // Two outputs at a time, each its own sum over k in ascending order.
     for (; i + 2 <= count; i += 2) {
@@ -292,6 +395,19 @@ void LowPassFilter(const double* in, double* out, uint32_t count) {
     }
 }
 
+void FilterBlock(const uint8_t* data, uint32_t byteCount, const BlockShape& shape, double* samples, double* history,
+                 double* filtered) {
+    SamplesToDoubles(data, byteCount, shape.bytesPerSample, samples);
+    LowPassInto(samples, filtered, shape.count, history);
+}
+
+}  // namespace
+
+void LowPassFilter(const double* in, double* out, uint32_t count) {
+    std::vector<double> history(kHistoryLength + size_t(count));
+    LowPassInto(in, out, count, history.data());
+}
+
 std::vector<std::vector<double>> SplitFrames(const double* samples, uint32_t count, int32_t frameLen, int32_t overlap) {
     const FrameGeometry geometry{frameLen, overlap};
     const int32_t frameCount = FrameCountFor(count, geometry);
@@ -304,44 +420,26 @@ std::vector<std::vector<double>> SplitFrames(const double* samples, uint32_t cou
 }
 
 void ClipAndDifference(double* frame, int32_t frameLen, double* difference) {
-    if (frameLen <= 0) return;
-    CentreClip(frame, frameLen);
-    DifferenceOfClipped(frame, frameLen, difference);
+    std::vector<Run> runs(RunRoomFor(frameLen));
+    ClipAndDifferenceWith(frame, frameLen, difference, runs.data());
 }
 
 int32_t IsFrameVoiced(const double* difference, int32_t frameLen) {
-    const std::vector<uint32_t> valleys = FindValleys(difference, frameLen);
-    if (valleys.empty()) return 0;
-    return TestPeriod(valleys) != 0 ? 1 : 0;
+    FrameWorkspace work(frameLen);
+    return IsVoicedWith(difference, frameLen, work);
 }
 
 std::vector<uint32_t> FindValleys(const double* difference, int32_t frameLen) {
-    std::vector<uint32_t> valleys;
-    if (frameLen - kValleyReach <= kValleyReach) return valleys;
-    for (int32_t i = kValleyReach; i < frameLen - kValleyReach; ++i) {
-        bool lowest = true;
-        for (int32_t m = 1; m <= kValleyReach && lowest; ++m)
-            lowest = difference[i] < difference[i - m] && difference[i] < difference[i + m];
-        if (lowest) valleys.push_back(uint32_t(i));
-    }
-    if (valleys.size() > 2) CleanValleys(valleys, difference);
-    return valleys;
+    FrameWorkspace work(frameLen);
+    const std::span<const uint32_t> valleys = ValleysOf(difference, frameLen, work);
+    return {valleys.begin(), valleys.end()};
 }
 
 void CleanValleys(std::vector<uint32_t>& valleys, const double* difference) {
     const size_t count = valleys.size();
     if (count < 3) return;
-    auto depth = [&](size_t index) { return difference[valleys[index]]; };
-    std::vector<uint32_t> kept;
-    kept.reserve(2 * count);
-    for (size_t group = 0; group + 3 <= count; group += 3) {
-        const double median = MedianOfThree(depth(group), depth(group + 1), depth(group + 2));
-        for (size_t i = group; i < group + 3; ++i)
-            if (DepthNearMedian(depth(i), median)) kept.push_back(valleys[i]);
-    }
-    const double tailMedian = MedianOfThree(depth(count - 3), depth(count - 2), depth(count - 1));
-    for (size_t i = count; i-- > 0;)
-        if (DepthNearMedian(depth(i), tailMedian)) kept.push_back(valleys[i]);
+    std::vector<uint32_t> kept(2 * count);
+    kept.resize(CleanValleysInto(valleys.data(), count, difference, kept.data()));
     valleys = std::move(kept);
 }
 
@@ -372,22 +470,58 @@ size_t FindNearValley(std::span<const uint32_t> valleys, uint32_t lag) {
 }
 
 int32_t CountVoicedFrames(const uint8_t* data, uint32_t byteCount, uint32_t samplesPerSec, uint16_t bitsPerSample) {
-    if (data == nullptr || byteCount == 0) return 0;
-    const uint32_t bytesPerSample = bitsPerSample / 8u;
-    // Other widths leave every sample at 0.0, which no frame can call voiced;
-    // below 8 bits there is no whole sample to divide by.
-    if (bytesPerSample != 1 && bytesPerSample != 2) return 0;
-    const uint32_t count = byteCount / bytesPerSample;
-    const FrameGeometry geometry = FrameGeometryForRate(samplesPerSec);
-    const int32_t frameCount = FrameCountFor(count, geometry);
-    if (frameCount <= 0) return 0;
-
-    std::vector<double> filtered(count);
+    BlockShape shape;
+    if (!ShapeOf(data, byteCount, samplesPerSec, bitsPerSample, shape)) return 0;
+    std::vector<double> filtered(shape.count);
     {
-        std::vector<double> samples(count);
-        SamplesToDoubles(data, byteCount, bytesPerSample, samples.data());
-        LowPassFilter(samples.data(), filtered.data(), count);
+        std::vector<double> samples(shape.count);
+        std::vector<double> history(kHistoryLength + size_t(shape.count));
+        FilterBlock(data, byteCount, shape, samples.data(), history.data(), filtered.data());
     }
-    FrameCounter counter(filtered.data(), geometry, frameCount);
+    FrameCounter counter(filtered.data(), shape.geometry, shape.frameCount);
     return counter.Run();
+}
+
+// ---------------------------------------------------------------- stage
+
+struct CWordCountStage::Workspace {
+    Workspace(uint32_t maxSamples, int32_t frameLen)
+        : samples(maxSamples), history(kHistoryLength + size_t(maxSamples)), filtered(maxSamples), frames(frameLen) {}
+
+    std::vector<double> samples;
+    std::vector<double> history;
+    std::vector<double> filtered;
+    FrameWorkspace frames;
+};
+
+CWordCountStage::CWordCountStage() = default;
+CWordCountStage::~CWordCountStage() = default;
+
+void CWordCountStage::Reserve(uint32_t maxBlockBytes, uint32_t samplesPerSec, uint16_t bitsPerSample) {
+    const uint32_t bytesPerSample = bitsPerSample / 8u;
+    // A width the counter never counts needs no room at all.
+    const uint32_t maxSamples = bytesPerSample == 1 || bytesPerSample == 2 ? maxBlockBytes / bytesPerSample : 0;
+    // A frame longer than the largest block is never judged, whatever rate
+    // a head states; all or nothing: a failed allocation leaves the old room
+    // and format.
+    const int32_t frameLen = FrameGeometryForRate(samplesPerSec).frameLen;
+    m_work = std::make_unique<Workspace>(maxSamples, int32_t(std::min<int64_t>(frameLen, maxSamples)));
+    m_samplesPerSec = samplesPerSec;
+    m_bitsPerSample = bitsPerSample;
+    m_maxSamples = maxSamples;
+}
+
+int32_t CWordCountStage::Count(const uint8_t* data, uint32_t byteCount) {
+    BlockShape shape;
+    if (!ShapeOf(data, byteCount, m_samplesPerSec, m_bitsPerSample, shape)) return 0;
+    if (!m_work || shape.count > m_maxSamples) return -1;
+    Workspace& work = *m_work;
+    FilterBlock(data, byteCount, shape, work.samples.data(), work.history.data(), work.filtered.data());
+    // One frame after another on the calling thread: a block of 0.1 s is a
+    // few frames, too little to be worth handing to other threads.
+    int32_t voiced = 0;
+    const size_t hop = size_t(shape.geometry.Hop());
+    for (int32_t f = 0; f < shape.frameCount; ++f)
+        voiced += JudgeFrame(work.filtered.data() + size_t(f) * hop, shape.geometry.frameLen, work.frames);
+    return voiced;
 }

@@ -153,6 +153,12 @@ BOOL CWavOut::StartPlay(const char* path)
         // empty blocks instead of failing as "missing".
         buffer = new (std::nothrow) uint8_t[m_bufferCapacity > 0 ? m_bufferCapacity : 1];
     }
+    try {
+        m_speedStage.Reserve(static_cast<int32_t>(m_readSize / 2));
+        m_wordStage.Reserve(m_readSize, m_format.samplesPerSec, m_format.bitsPerSample);
+    } catch (const std::bad_alloc&) {
+        return FALSE;
+    }
 
     uint32_t counts[kBufferCount] = {};
     if (IsRefined()) {
@@ -248,7 +254,10 @@ BOOL CWavOut::ResumePlay()
     }
     m_resumeTick = GetTickCount();
     m_state = 1;
-    if (static_cast<uint32_t>(m_file.GetPosition()) == m_pausePosition) return TRUE;
+    // A refined jump made while paused may land where reading stood; it
+    // still starts the stages afresh there.
+    const bool jumpedWhilePaused = IsRefined() && m_timeOverrideMs.load() >= 0;
+    if (static_cast<uint32_t>(m_file.GetPosition()) == m_pausePosition && !jumpedWhilePaused) return TRUE;
 
     // The position moved while paused: what is queued belongs to the old
     // place, so it is thrown away and the new place is heard at once.

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "dsp/NoiseMix.h"
+#include "dsp/SpeedChanger.h"
+#include "dsp/WordCounter.h"
 #include "dsp/SyllableRate.h"
 #include "engine/HeardPosition.h"
 #include "engine/TempoStage.h"
@@ -165,6 +167,11 @@ private:
     // whether the last block was read, and the time a paused seek set.
     uint64_t m_dataEnd = 0;
     CTempoStage m_tempo;
+    // The classic tempo change and the live word count of both profiles,
+    // their working memory reserved by StartPlay for the largest block, so
+    // that no refill on the device's thread allocates.
+    CSpeedChangeStage m_speedStage;
+    CWordCountStage m_wordStage;
     CHeardPosition m_heard;
     uint64_t m_outputWritten = 0;
     std::atomic<bool> m_bInputDone{false};

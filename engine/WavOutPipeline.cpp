@@ -171,8 +171,7 @@ bool CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 
     if (!m_bJustPlay) {
         CountWordsInSpan();
-        m_wordCount += CountVoicedFrames(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength,
-                                         m_format.samplesPerSec, m_format.bitsPerSample);
+        m_wordCount += m_wordStage.Count(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength);
     }
 
     ApplySpeedChange(*header);
@@ -198,8 +197,11 @@ bool CWavOut::RefillAfterReset()
             return false;
         }
     }
+    // The speed stage is the device's once a buffer is written, since a
+    // returned one goes through it on the device's thread: every block
+    // passes it before the first write.
+    for (WAVEHDR& header : m_headers) ApplySpeedChange(header);
     for (WAVEHDR& header : m_headers) {
-        ApplySpeedChange(header);
         ApplyGain(header);
         if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
@@ -211,20 +213,13 @@ void CWavOut::ApplySpeedChange(WAVEHDR& header)
     int16_t level = m_speedLevel.load();
     if (level == 0 || header.lpData == nullptr || header.dwBufferLength == 0) return;
 
-    CSpeedChanger changer;
-    changer.Load(reinterpret_cast<const int16_t*>(header.lpData), static_cast<int32_t>(header.dwBufferLength / 2),
-                 level);
-    changer.Run();
-    int16_t* output = nullptr;
-    int32_t outputCount = 0;
-    changer.TakeOutput(&output, &outputCount);
-    // The changer's output never exceeds three times its input, and the
-    // buffer holds ten blocks; the bound is kept here all the same.
-    uint32_t outputBytes = static_cast<uint32_t>(outputCount) * 2;
-    if (outputBytes > m_bufferCapacity) outputBytes = m_bufferCapacity & ~1u;
-    std::memcpy(header.lpData, output, outputBytes);
-    header.dwBufferLength = outputBytes;
-    delete[] output;
+    // In place: the stage reads the whole block before it writes. Its
+    // output never exceeds three times its input, and the buffer holds ten
+    // blocks; the bound is kept all the same.
+    int16_t* samples = reinterpret_cast<int16_t*>(header.lpData);
+    const int32_t written = m_speedStage.RunInto(samples, static_cast<int32_t>(header.dwBufferLength / 2), level,
+                                                 samples, static_cast<int32_t>(m_bufferCapacity / 2));
+    if (written >= 0) header.dwBufferLength = static_cast<uint32_t>(written) * 2;
 }
 
 bool CWavOut::MixNoise(uint8_t* data, uint32_t byteCount)
@@ -236,6 +231,14 @@ bool CWavOut::MixNoise(uint8_t* data, uint32_t byteCount)
 void CWavOut::ApplyGain(WAVEHDR& header)
 {
     float gain = m_gain.load();
+    if (IsRefined()) {
+        // Channels apart: a clipped sample is held, never rebuilt from the
+        // other channel's samples beside it.
+        ApplyGainAndVolumeFrames(reinterpret_cast<uint8_t*>(header.lpData), header.dwBufferLength,
+                                 m_format.bitsPerSample, m_format.channels, m_volume.load(), &gain);
+        m_gain = gain;
+        return;
+    }
     ApplyGainAndVolume(reinterpret_cast<uint8_t*>(header.lpData), static_cast<int32_t>(header.dwBufferLength),
                        m_format.bitsPerSample, m_volume.load(), &gain);
     m_gain = gain;

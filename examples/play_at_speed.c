@@ -2,7 +2,10 @@
  * Plays a recording through the Tempvox control at a changed speed and
  * prints every event the control fires.
  *
- *   play_at_speed FILE.wav [--level N] [--audio DEVICE] [--module PATH]
+ *   play_at_speed FILE.wav [--level N] [--refined] [--sentence N] [--audio DEVICE] [--module PATH]
+ *
+ * --sentence N finds the sentences of the file and plays only sentence N
+ * (counted from 0), which pauses at its end.
  *
  * Without --module the control is found through the per-user registry
  * (run `tempvox regsvr /path/to/libtempvox.so` once). DEVICE is "default",
@@ -16,16 +19,19 @@
 
 enum {
     EVENT_PLAY_COMPLETE = 1,
+    EVENT_PLAY_ONE_SENTENCE_COMPLETED = 4,
 };
 
 static ITempvoxTypeInfo* g_events;
 static int g_completed;
+static int g_sentenceDone;
 
 static void PrintEvent(void* context, int32_t dispid, const TempvoxDispParams* params)
 {
     (void)context;
     uint32_t count = 0;
     if (dispid == EVENT_PLAY_COMPLETE) g_completed = 1;
+    if (dispid == EVENT_PLAY_ONE_SENTENCE_COMPLETED) g_sentenceDone = 1;
     g_events->lpVtbl->GetFuncCount(g_events, &count);
     for (uint32_t i = 0; i < count; ++i) {
         TempvoxFuncDesc desc;
@@ -60,6 +66,56 @@ static TVHRESULT Call(ITempvoxDispatch* control, int32_t id, TempvoxVariant* rev
     return hr;
 }
 
+static int32_t CallWithLong(ITempvoxDispatch* control, int32_t id, int32_t argument)
+{
+    TempvoxVariant value;
+    TempvoxVariant result;
+    memset(&value, 0, sizeof value);
+    memset(&result, 0, sizeof result);
+    value.vt = TEMPVOX_VT_I4;
+    value.lVal = argument;
+    if (TEMPVOX_FAILED(Call(control, id, &value, 1, &result))) return -1;
+    return result.vt == TEMPVOX_VT_BOOL ? result.boolVal : result.lVal;
+}
+
+/* Pumps (or, on the manual device, steps) until `*flag` is set. */
+static void WaitFor(ITempvoxHostServices* services, const char* device, int32_t event, const int* flag,
+                    uint32_t timeoutMs)
+{
+    if (strcmp(device, "manual") == 0) {
+        /* Nothing plays by itself: each step completes one buffer. */
+        uint32_t stepped = 1;
+        while (!*flag && stepped > 0) services->lpVtbl->StepDevice(services, 1, &stepped);
+    } else if (!*flag) {
+        services->lpVtbl->PumpUntilEvent(services, event, timeoutMs);
+    }
+}
+
+/* Finds the sentences and plays one; 0 when it played to its end and play
+   stands paused there. */
+static int PlayOneSentence(ITempvoxDispatch* control, ITempvoxHostServices* services, const char* device,
+                           int32_t index)
+{
+    /* 0: the default minimum pause, 300 ms. */
+    int32_t count = CallWithLong(control, TEMPVOX_DISPID_FindSentences, 0);
+    if (count <= index) {
+        fprintf(stderr, "found %d sentences (code %d): no sentence %d\n", count > 0 ? (int)count : 0, (int)count,
+                (int)index);
+        return 1;
+    }
+    int32_t start = CallWithLong(control, TEMPVOX_DISPID_GetSentenceStart, index);
+    int32_t end = CallWithLong(control, TEMPVOX_DISPID_GetSentenceEnd, index);
+    printf("sentence %d of %d: %d to %d ms\n", (int)index, (int)count, (int)start, (int)end);
+    fflush(stdout);
+    if (!CallWithLong(control, TEMPVOX_DISPID_PlaySentence, index)) return 1;
+    WaitFor(services, device, EVENT_PLAY_ONE_SENTENCE_COMPLETED, &g_sentenceDone, (uint32_t)(end - start) * 3 + 5000);
+    TempvoxVariant result;
+    memset(&result, 0, sizeof result);
+    Call(control, TEMPVOX_DISPID_GetPlayerState, NULL, 0, &result);
+    printf("%s\n", result.iVal == 2 ? "paused" : "not paused");
+    return g_sentenceDone && result.iVal == 2 ? 0 : 1;
+}
+
 /* Loads a module file directly, without the registry. */
 static TVHRESULT CreateFromModule(const char* path, TempvoxActivation* activation)
 {
@@ -88,11 +144,14 @@ int main(int argc, char** argv)
     const char* device = "default";
     int level = 20;
     int profile = TEMPVOX_PROFILE_CLASSIC;
+    int sentence = -1;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--level") == 0 && i + 1 < argc) {
             level = atoi(argv[++i]);
         } else if (strcmp(argv[i], "--audio") == 0 && i + 1 < argc) {
             device = argv[++i];
+        } else if (strcmp(argv[i], "--sentence") == 0 && i + 1 < argc) {
+            sentence = atoi(argv[++i]);
         } else if (strcmp(argv[i], "--refined") == 0) {
             profile = TEMPVOX_PROFILE_REFINED;
         } else if (strcmp(argv[i], "--module") == 0 && i + 1 < argc) {
@@ -105,7 +164,8 @@ int main(int argc, char** argv)
         }
     }
     if (file == NULL) {
-        fprintf(stderr, "usage: %s FILE.wav [--level N] [--refined] [--audio DEVICE] [--module PATH]\n", argv[0]);
+        fprintf(stderr, "usage: %s FILE.wav [--level N] [--refined] [--sentence N] [--audio DEVICE] [--module PATH]\n",
+                argv[0]);
         return 2;
     }
 
@@ -160,20 +220,16 @@ int main(int argc, char** argv)
         Call(control, TEMPVOX_DISPID_SetPlaybackProfile, &profileValue, 1, NULL);
         Call(control, TEMPVOX_DISPID_GetPlaybackProfile, NULL, 0, &result);
         int activeProfile = result.iVal;
-        if (TEMPVOX_SUCCEEDED(Call(control, TEMPVOX_DISPID_StartPlay, NULL, 0, &result)) && result.boolVal) {
+        if (sentence >= 0) {
+            status = PlayOneSentence(control, services, device, sentence);
+            Call(control, TEMPVOX_DISPID_StopPlay, NULL, 0, NULL);
+        } else if (TEMPVOX_SUCCEEDED(Call(control, TEMPVOX_DISPID_StartPlay, NULL, 0, &result)) && result.boolVal) {
             Call(control, TEMPVOX_DISPID_GetTotalPlayTime, NULL, 0, &result);
             int32_t totalMs = result.lVal;
             printf("playing %s (%d ms) at speed level %d, profile %d\n", file, (int)totalMs, level, activeProfile);
             fflush(stdout);
             /* At the slowest level play takes 2.5 times as long. */
-            uint32_t timeoutMs = (uint32_t)totalMs * 3 + 5000;
-            if (strcmp(device, "manual") == 0) {
-                /* Nothing plays by itself: each step completes one buffer. */
-                uint32_t stepped = 1;
-                while (!g_completed && stepped > 0) services->lpVtbl->StepDevice(services, 1, &stepped);
-            } else if (!g_completed) {
-                services->lpVtbl->PumpUntilEvent(services, EVENT_PLAY_COMPLETE, timeoutMs);
-            }
+            WaitFor(services, device, EVENT_PLAY_COMPLETE, &g_completed, (uint32_t)totalMs * 3 + 5000);
             status = g_completed ? 0 : 1;
             Call(control, TEMPVOX_DISPID_StopPlay, NULL, 0, NULL);
         }

@@ -1,6 +1,6 @@
 // The view's reading of a file: the private copy, the mapping and the walk
 // over its chunks, then a paint that turns the numbers of the head into a
-// ruler and a trace.
+// ruler and a trace, in the classic or the refined drawing.
 #include <cstdint>
 #include <exception>
 
@@ -20,6 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         platform::PumpPendingMessages();
         return made;
     }();
+    // Both readings of the mapping: the last byte picks the drawing, so
+    // the refined walk and its column pass see the same heads.
+    view->SetRefined(size > 0 && (data[size - 1] & 1) != 0);
     const std::string path = scratch.Write("shown.wav", data, size);
     try {
         view->AttachFile(path);

@@ -3,12 +3,18 @@
 
 usage: make_seeds.py READER FOLDER
 
-READER is WaveHead, ViewMapper, NoiseLoader, EncodedAudio or HostLine. The
-files are made here rather than kept in the tree: a few short waves in the
-formats the player takes, wzq files of a few frames, and container lines.
+READER is WaveHead, ViewMapper, NoiseLoader, EncodedAudio, DecodedAudio or
+HostLine. The files are made here rather than kept in the tree: a few short
+waves in the formats the player takes, wzq files of a few frames, tiny files
+in the formats FFmpeg decodes (made with the ffmpeg tool), and container
+lines.
 """
+import os
+import shutil
 import struct
+import subprocess
 import sys
+import tempfile
 
 
 def wave(samples, rate=22050, bits=16, channels=1, fmt_extra=b"", fact=False, before_fmt=b"", data_length=None):
@@ -51,6 +57,39 @@ def encoded(magic, channels, rate, frame_bytes, frames):
     return head + body
 
 
+def deep_wave(samples, rate=8000, bits=24, float_samples=False):
+    if float_samples:
+        data = b"".join(struct.pack("<f", s / 32768.0) for s in samples)
+        tag, extra = 3, struct.pack("<H", 0)
+    else:
+        data = b"".join(struct.pack("<i", s << 16)[4 - bits // 8:] for s in samples)
+        tag, extra = 1, b""
+    width = bits // 8
+    fmt = struct.pack("<HHIIHH", tag, 1, rate, rate * width, width, bits) + extra
+    body = b"WAVEfmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", len(data)) + data
+    return b"RIFF" + struct.pack("<I", len(body)) + body
+
+
+def decoded_seeds():
+    seeds = {"deep24.wav": deep_wave(triangle(800)), "float.wav": deep_wave(triangle(800), bits=32,
+                                                                           float_samples=True)}
+    if shutil.which("ffmpeg") is None:
+        return seeds
+    with tempfile.TemporaryDirectory() as folder:
+        source = os.path.join(folder, "source.wav")
+        with open(source, "wb") as out:
+            out.write(wave(triangle(1600), rate=8000))
+        for name, codec in (("tiny.mp3", ["-c:a", "libmp3lame", "-b:a", "8k"]), ("tiny.flac", ["-c:a", "flac"]),
+                            ("tiny.ogg", ["-c:a", "libvorbis"]), ("tiny.opus", ["-c:a", "libopus", "-b:a", "6k"]),
+                            ("tiny.m4a", ["-c:a", "aac", "-b:a", "8k"])):
+            target = os.path.join(folder, name)
+            made = subprocess.run(["ffmpeg", "-v", "quiet", "-nostdin", "-y", "-i", source, *codec, target])
+            if made.returncode == 0 and os.path.getsize(target) <= 8192:
+                with open(target, "rb") as f:
+                    seeds[name] = f.read()
+    return seeds
+
+
 def main():
     reader, folder = sys.argv[1], sys.argv[2]
     if reader in ("WaveHead", "ViewMapper", "NoiseLoader"):
@@ -62,6 +101,8 @@ def main():
             "three_channels.wzq": encoded(b"ZQ", 3, 8000, 20, 2),
             "cut.wzq": encoded(b"ZQ", 1, 16000, 40, 3)[:16 + 60],
         }
+    elif reader == "DecodedAudio":
+        seeds = decoded_seeds()
     elif reader == "HostLine":
         seeds = {
             "members.host": b'SetPlayFilePath null -1 "/data/a.wav"\nStartPlay\nSetLanguageType = 2\n'

@@ -19,10 +19,11 @@ set +e
 status=$?
 set -e
 runs=$(grep -m1 '^stat::number_of_executed_units' "$work/log" | awk '{print $2}')
-seconds=$(grep -m1 '^stat::' "$work/log" >/dev/null && grep -oE 'Done [0-9]+ runs in [0-9]+ second' "$work/log" | awk '{print $5}')
+rate=$(grep -m1 '^stat::average_exec_per_sec' "$work/log" | awk '{print $2}')
+seconds=$(grep -oE 'Done [0-9]+ runs in [0-9]+ second' "$work/log" | awk '{print $5}')
 if [ $status -ne 0 ]; then
   echo "$reader: fuzzing failed (status $status)"
   grep -E -A30 "ERROR|runtime error|deadly signal|Test unit written" "$work/log" | head -80
   exit 1
 fi
-echo "$reader: ${runs:-?} executions in ${seconds:-?} s, no crash, hang or sanitizer report"
+echo "$reader: ${runs:-?} executions in ${seconds:-?} s (${rate:-?}/s), no crash, hang or sanitizer report"

@@ -80,17 +80,21 @@ std::string FileNameOfPath(const std::string& path)
     return separator == std::string::npos ? path : path.substr(separator + 1);
 }
 
-std::string BuildDownloadUrl(const std::string& address, int16_t port, const std::string& path)
+std::string BuildDownloadUrl(const std::string& address, int16_t port, const std::string& path, bool takeHttps)
 {
     std::string scheme = Lowercase(std::string_view(address).substr(0, 6));
     if (scheme == "http:/" || scheme == "ftp://") return address + path;
+    // An https address would only fail with the plain form's prefix and port
+    // in front of it; libcurl speaks it, so the refined profile takes it as
+    // it is. The classic rule keeps the prefix, as hosts of old expect.
+    if (takeHttps && Lowercase(std::string_view(address).substr(0, 8)) == "https://") return address + path;
     char portText[16];
     std::snprintf(portText, sizeof portText, "%d", static_cast<int>(port));
     return "http://" + address + ":" + portText + path;
 }
 
 std::string FetchToTemp(const char* address, int16_t port, const char* path, const char* localName,
-                        const std::string& tempDir)
+                        const std::string& tempDir, bool takeHttps)
 {
     if (path == nullptr || address == nullptr || *path == '\0' || *address == '\0') return std::string();
     // The target must stay inside the folder, so a name from the host can't
@@ -106,7 +110,7 @@ std::string FetchToTemp(const char* address, int16_t port, const char* path, con
         target = tempDir + localName + "." + ExtensionOf(fileName);
         OutputDebugStringA(("DownLoadFromFtp下载到的路径:" + target + "\n in DownLoadFromFtp").c_str());
     }
-    std::string url = BuildDownloadUrl(address, port, path);
+    std::string url = BuildDownloadUrl(address, port, path, takeHttps);
     HRESULT result = URLDownloadToFileA(nullptr, url.c_str(), target.c_str(), 0, nullptr);
     // A dropped or timed-out connection is worth exactly one more attempt.
     if (result == platform::kDownloadAborted)

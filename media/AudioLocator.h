@@ -32,16 +32,17 @@ bool IsEncodedPath(const std::string& path);
 // '/', else all of it.
 std::string FileNameOfPath(const std::string& path);
 
-// The address a remote file is fetched from: "http:/" and "ftp://" prefixes
-// (any case) take the path as it is; any other server gets
+// The address a remote file is fetched from: "http:/", "https://" and
+// "ftp://" prefixes (any case) take the path as it is; any other server gets
 // "http://address:port" in front of the path.
-std::string BuildDownloadUrl(const std::string& address, int16_t port, const std::string& path);
+std::string BuildDownloadUrl(const std::string& address, int16_t port, const std::string& path,
+                             bool takeHttps = false);
 
 // Fetches a remote file into `tempDir`, under its own name or under
 // `localName` with its extension. The local path, or empty on failure; a
 // `localName` that would lead out of the folder ('/' or "..") fails.
 std::string FetchToTemp(const char* address, int16_t port, const char* path, const char* localName,
-                        const std::string& tempDir);
+                        const std::string& tempDir, bool takeHttps = false);
 
 // The first file in `tempDir` matching localName.* whose name equals
 // localName.wav without regard to case; empty when there is none.

@@ -180,9 +180,6 @@ std::string ConvertToWavWith(const std::string& path, const char* libraryName, c
     wav.Seek(0, CFile::begin);
     wav.Write(wavHeader, kWavHeaderBytes);
 
-    auto pcmBuffer = std::make_unique<uint8_t[]>(pcmFrameBytes);
-    auto frameBuffer = std::make_unique<uint8_t[]>(header.frameBytes);
-
     HMODULE library = LoadLibraryA(libraryName);
     auto decode = reinterpret_cast<DecodeFunction>(GetProcAddress(library, "wzq_decode"));
     if (decode == nullptr) {
@@ -191,6 +188,14 @@ std::string ConvertToWavWith(const std::string& path, const char* libraryName, c
         return std::string();
     }
 
+    // Sized only for frames the file holds: a header alone never makes the
+    // conversion allocate its largest frames.
+    std::unique_ptr<uint8_t[]> pcmBuffer;
+    std::unique_ptr<uint8_t[]> frameBuffer;
+    if (framesWritten > 0) {
+        pcmBuffer = std::make_unique<uint8_t[]>(pcmFrameBytes);
+        frameBuffer = std::make_unique<uint8_t[]>(header.frameBytes);
+    }
     for (uint32_t frame = 0; frame < framesWritten; ++frame) {
         const uint32_t got = encoded.Read(frameBuffer.get(), header.frameBytes);
         // Should the file shrink under us, the rest reads as zeros, which

@@ -1,5 +1,6 @@
 #include "platform/Download.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -54,9 +55,12 @@ struct StallWatch {
     curl_off_t lastReceived = 0;
 };
 
-int CheckForStall(void* watchData, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
+thread_local DownloadObserver t_observer;
+
+int CheckForStall(void* watchData, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t sent)
 {
     if (g_cancelled.load(std::memory_order_relaxed)) return 1;
+    if (t_observer) t_observer(uint64_t(std::max<curl_off_t>(received, 0)), uint64_t(std::max<curl_off_t>(total, 0)));
     StallWatch& watch = *static_cast<StallWatch*>(watchData);
     const auto now = std::chrono::steady_clock::now();
     if (received + sent != watch.lastReceived) {
@@ -93,6 +97,12 @@ HRESULT ResultOfTransfer(CURLcode code)
         return kDownloadNotFound;
     case CURLE_WRITE_ERROR:
         return kDownloadFileError;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+        return kDownloadUntrusted;
     default:
         return kDownloadFailed;
     }
@@ -170,7 +180,34 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
     return ResultOfTransfer(code);
 }
 
+thread_local HRESULT t_lastResult = 0;
+
 }  // namespace
+
+void SetDownloadObserver(DownloadObserver observer)
+{
+    t_observer = std::move(observer);
+}
+
+HRESULT LastDownloadResult()
+{
+    return t_lastResult;
+}
+
+const char* DescribeDownloadResult(HRESULT result)
+{
+    switch (result) {
+    case 0: return "downloaded";
+    case kDownloadAborted: return "the connection broke off or stalled";
+    case kDownloadBadAddress: return "not an address that can be fetched";
+    case kDownloadCannotConnect: return "the server cannot be reached";
+    case kDownloadNotFound: return "the server has no such file";
+    case kDownloadFileError: return "the download cannot be written to disk";
+    case kDownloadCancelled: return "the download was cancelled";
+    case kDownloadUntrusted: return "the server's certificate is not trusted";
+    default: return "the download failed";
+    }
+}
 
 void CancelDownloads()
 {
@@ -187,7 +224,9 @@ bool DownloadsCancelled()
     return g_cancelled.load();
 }
 
-HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
+namespace {
+
+HRESULT DownloadToFileOnce(const std::string& url, const std::string& target, const DownloadLimits& limits)
 {
     if (url.empty() || target.empty()) return kDownloadBadAddress;
     if (g_cancelled.load()) return kDownloadCancelled;
@@ -208,6 +247,14 @@ HRESULT DownloadToFile(const std::string& url, const std::string& target, const 
     if (result == 0 && std::rename(partial.c_str(), target.c_str()) != 0) result = kDownloadFileError;
     if (result != 0) ::unlink(partial.c_str());
     return result;
+}
+
+}  // namespace
+
+HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
+{
+    t_lastResult = DownloadToFileOnce(url, target, limits);
+    return t_lastResult;
 }
 
 }  // namespace platform

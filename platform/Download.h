@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "platform/Types.h"
@@ -18,6 +19,14 @@ constexpr HRESULT kDownloadFailed = static_cast<HRESULT>(0x800C0008u);
 constexpr HRESULT kDownloadFileError = static_cast<HRESULT>(0x80004005u);
 // Stopped by CancelDownloads; never worth another try.
 constexpr HRESULT kDownloadCancelled = static_cast<HRESULT>(0x800704C7u);
+// The https server's certificate was not trusted (unknown issuer, expired,
+// another host's name). A refusal, never worth another try.
+constexpr HRESULT kDownloadUntrusted = static_cast<HRESULT>(0x800C0019u);
+
+// The result of the last download made on the calling thread (0 before any),
+// and a short text for a result, for tools that tell their user why.
+HRESULT LastDownloadResult();
+const char* DescribeDownloadResult(HRESULT result);
 
 // Stops every download in progress within a few hundredths of a second, and
 // makes every download started later fail with kDownloadCancelled before it
@@ -28,6 +37,13 @@ void CancelDownloads();
 // Lets downloads run again after a cancel.
 void ResumeDownloads();
 bool DownloadsCancelled();
+
+// Told, on the downloading thread, the bytes received so far and the
+// length the server announced (0 when it announced none), several times a
+// second while a download made on that thread runs. For a tool's progress
+// line; a control never sets one.
+using DownloadObserver = std::function<void(uint64_t received, uint64_t total)>;
+void SetDownloadObserver(DownloadObserver observer);
 
 struct DownloadLimits {
     // Time allowed to make the connection.

@@ -195,6 +195,27 @@ HFONT CreateFontA(int height, int width, int, int, int weight, DWORD italic, DWO
     return platform::RegisterObject(font);
 }
 
+BOOL GetTextExtentPoint32A(HDC dc, const char* text, int length, SIZE* size)
+{
+    using namespace platform;
+    if (!IsLiveDC(dc) || text == nullptr || length < 0 || size == nullptr)
+        return FALSE;
+    std::lock_guard lock(FontLock());
+    GdiObject& fontObject = *dc->font;
+    if (!fontObject.loadedFont)
+        fontObject.loadedFont = LoadFont(fontObject.font, "");
+    const LoadedFont* font = fontObject.loadedFont.get();
+    if (font == nullptr)
+        return FALSE;
+    int advance = 0;
+    for (uint32_t code : DecodeUtf8(text, length))
+        if (FT_Load_Char(font->face, code, FT_LOAD_TARGET_MONO) == 0)
+            advance += static_cast<int>(font->face->glyph->advance.x >> 6);
+    size->cx = advance;
+    size->cy = font->cellHeight;
+    return TRUE;
+}
+
 BOOL TextOutA(HDC dc, int x, int y, const char* text, int length)
 {
     using namespace platform;

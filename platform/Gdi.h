@@ -31,6 +31,11 @@ struct POINT {
     LONG y = 0;
 };
 
+struct SIZE {
+    LONG cx = 0;
+    LONG cy = 0;
+};
+
 struct PAINTSTRUCT {
     struct DeviceContext* hdc = nullptr;
     BOOL fErase = FALSE;
@@ -163,6 +168,9 @@ BOOL BitBlt(HDC dest, int x, int y, int width, int height, HDC source, int sx, i
 // Text in UTF-8, top-left of the cell at (x, y), in the text colour over a
 // background of the cell's size when the mode is opaque.
 BOOL TextOutA(HDC dc, int x, int y, const char* text, int length);
+// The cell TextOutA would fill with the context's font: the advance of the
+// whole run wide and the font's cell high. FALSE without a usable font.
+BOOL GetTextExtentPoint32A(HDC dc, const char* text, int length, SIZE* size);
 
 // The current clip rectangle, in the context's own coordinates.
 RECT GetClipBox(HDC dc);

@@ -4,6 +4,7 @@
 
 #include <gtk/gtk.h>
 
+#include <cstdlib>
 #include <map>
 #include <vector>
 
@@ -307,6 +308,12 @@ private:
 
 std::unique_ptr<GtkPresenter> GtkPresenter::Create()
 {
+    // The window is a picture driven by keys; the accessibility bridge adds
+    // nothing to it but a session-bus connection. Outside a desktop session
+    // that connection starts a bus of its own (dbus-launch) which outlives
+    // the player, and its library state is what a signalled player would
+    // tear down at exit. A user who wants the bridge sets NO_AT_BRIDGE=0.
+    setenv("NO_AT_BRIDGE", "1", 0);
     if (!gtk_init_check(nullptr, nullptr)) return nullptr;
     return std::make_unique<GtkPresenterImpl>();
 }

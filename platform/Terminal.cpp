@@ -60,6 +60,14 @@ Key TakeKey(unsigned char* bytes, size_t& count)
         key = Key::Space;
     } else if (bytes[0] == 'q' || bytes[0] == 'Q') {
         key = Key::Quit;
+    } else if (bytes[0] == 'n' || bytes[0] == 'N') {
+        key = Key::Next;
+    } else if (bytes[0] == 'b' || bytes[0] == 'B') {
+        key = Key::Back;
+    } else if (bytes[0] == 'r' || bytes[0] == 'R') {
+        key = Key::Repeat;
+    } else if (bytes[0] == 's' || bytes[0] == 'S') {
+        key = Key::StopEach;
     } else if (bytes[0] == 0x1b && count >= 3 && bytes[1] == '[') {
         // Arrow keys arrive as ESC [ A..D.
         used = 3;

@@ -4,7 +4,8 @@
 
 namespace platform {
 
-enum class Key { None, Space, Left, Right, Up, Down, Quit, Other };
+// The player's keys: n, b, r and s are Next, Back, Repeat and StopEach.
+enum class Key { None, Space, Left, Right, Up, Down, Quit, Next, Back, Repeat, StopEach, Other };
 
 bool IsTerminal(int fd);
 

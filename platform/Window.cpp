@@ -63,6 +63,16 @@ std::shared_ptr<WindowRecord> Find(HWND window)
     return it == registry.windows.end() ? nullptr : it->second;
 }
 
+// Windows stand within this distance of their parent's origin. A host may
+// name any 32-bit position; held in here, a position plus a size, and the
+// sum of the origins of nested windows, stay far inside int.
+constexpr int kFarthestCoordinate = 1 << 24;
+
+int HeldPosition(int value)
+{
+    return std::clamp(value, -kFarthestCoordinate, kFarthestCoordinate);
+}
+
 int WidthOf(const RECT& rect) { return rect.right - rect.left; }
 int HeightOf(const RECT& rect) { return rect.bottom - rect.top; }
 
@@ -197,6 +207,9 @@ HWND PostMouseInput(HWND window, UINT message, int x, int y, WPARAM keyFlags)
 {
     if (!IsWindow(window))
         return nullptr;
+    // A script may name any point; far outside every window is all the same.
+    x = HeldPosition(x);
+    y = HeldPosition(y);
     const POINT origin = ScreenOrigin(window);
     const POINT screen{origin.x + x, origin.y + y};
     SetCursorPos(screen.x, screen.y);
@@ -256,6 +269,8 @@ HWND CreateWindowExA(DWORD exStyle, const char* className, const char* windowNam
     record->style = style;
     record->exStyle = exStyle;
     record->id = id;
+    x = HeldPosition(x);
+    y = HeldPosition(y);
     record->rect = RECT{x, y, x + width, y + height};
     record->surface = std::make_shared<Framebuffer>(width, height, kFreshPixel);
     record->handler = std::move(handler);
@@ -337,6 +352,8 @@ BOOL MoveWindow(HWND window, int x, int y, int width, int height, BOOL repaint)
     if (!record || width < 0 || height < 0 || width > kLargestSide || height > kLargestSide)
         return FALSE;
     const bool resized = width != WidthOf(record->rect) || height != HeightOf(record->rect);
+    x = HeldPosition(x);
+    y = HeldPosition(y);
     record->rect = RECT{x, y, x + width, y + height};
     if (resized) {
         // The caret's inversion must not be cut in two by the new size.

@@ -10,8 +10,9 @@ packages=(
   libasound2-dev libcurl4-openssl-dev
   libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
   libgtk-3-dev
+  libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg
   espeak-ng sox tmux xvfb
-  python3 python3-pyftpdlib python3-pytest
+  python3 python3-pyftpdlib python3-pytest openssl
   clang libclang-rt-14-dev
 )
 

@@ -61,6 +61,13 @@ const std::vector<MemberInfo>& ControlMembers()
         // (the default of every control) and 1 refined.
         {35, "SetPlaybackProfile", V::Empty, {{"profile", V::I2}}, false},
         {36, "GetPlaybackProfile", V::I2, {}, false},
+        // The sentences of the file named by SetPlayFilePath, found in its
+        // sound, and play by sentence.
+        {37, "FindSentences", V::I4, {{"minPauseMs", V::I4}}, false},
+        {38, "GetSentenceStart", V::I4, {{"index", V::I4}}, false},
+        {39, "GetSentenceEnd", V::I4, {{"index", V::I4}}, false},
+        {40, "GetSentenceAt", V::I4, {{"timeMs", V::I4}}, false},
+        {41, "PlaySentence", V::Bool, {{"index", V::I4}}, false},
         // The speaking rate: syllables per second of a stretch of the file,
         // and the syllables per word that turn it into words.
         {42, "GetSpeakingRate", V::R4, {{"startMs", V::I4}, {"endMs", V::I4}}, false},

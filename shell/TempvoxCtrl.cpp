@@ -1,5 +1,6 @@
 #include "shell/TempvoxCtrl.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
@@ -14,6 +15,12 @@
 #include "shell/MessageCatalogue.h"
 
 namespace {
+
+// 32-bit two's complement addition, without the undefined overflow of int.
+int32_t WrappingSum(int32_t a, int32_t b)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
 
 constexpr UINT kSectionTimerMs = 80;
 
@@ -71,7 +78,7 @@ LRESULT CTempvoxCtrl::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
         return 1;
     }
     case WM_ONESENTENCEDONE:
-        FireEvent(4);
+        OnSentenceDone();
         return 1;
     case WM_WORDSPEEDDONE:
         FireEvent(5, {Variant::I4(static_cast<int32_t>(wParam))});
@@ -128,10 +135,18 @@ BOOL CTempvoxCtrl::StartPlay()
     } else {
         result = m_wavOut.StartPlay(m_playFilePath.c_str());
     }
-    m_waveView.SetSelectable(FALSE);
+    m_waveView.SetSelectable(SelectableWhilePlaying());
     m_waveView.ShowPlayCaret(TRUE);
     SetTimer(m_hWnd, TIMER_CARET, kSectionTimerMs);
     return result;
+}
+
+// The refined profile lets a section be dragged while it plays: play goes
+// on, and the new section is taken up by the next pass (StartPlay after the
+// section ends, or ResumePlay), as a drag during a pause always was.
+BOOL CTempvoxCtrl::SelectableWhilePlaying() const
+{
+    return m_wavOut.IsRefined() ? TRUE : FALSE;
 }
 
 void CTempvoxCtrl::PausePlay()
@@ -158,12 +173,13 @@ BOOL CTempvoxCtrl::ResumePlay()
         }
         SetTimer(m_hWnd, TIMER_SECTION, kSectionTimerMs);
     }
-    m_waveView.SetSelectable(FALSE);
+    m_waveView.SetSelectable(SelectableWhilePlaying());
     return m_wavOut.ResumePlay();
 }
 
 void CTempvoxCtrl::StopPlay()
 {
+    CancelSentencePause();
     m_wavOut.StopPlay();
     if (m_bViewCreated && m_bAttached) {
         m_waveView.SetSelectable(TRUE);
@@ -192,28 +208,47 @@ void CTempvoxCtrl::StopAndDeleteTemporaries()
     }
 }
 
-// The steps after a path was found: an encoded file is converted beside it.
+// The steps after a path was found: an encoded file is converted beside it,
+// and any other file the engine can't play as it stands is decoded.
 BOOL CTempvoxCtrl::TakeLocatedPath()
 {
     if (m_playFilePath.empty()) return FALSE;
     if (IsEncodedPath(m_playFilePath)) {
         m_encodedPath = m_playFilePath;
         m_playFilePath = ConvertToWav(m_playFilePath, m_tempDir);
-    } else {
+    } else if (!TakeDecodedCopy()) {
         m_encodedPath.clear();
     }
     return m_playFilePath.empty() ? FALSE : TRUE;
 }
 
+// A decoded file stands as a converted wzq does: the source in
+// m_encodedPath, the control's .wav in m_playFilePath, both going by the
+// same rules. What FFmpeg can't decode either keeps its path, and the engine
+// refuses it at StartPlay as it always did.
+bool CTempvoxCtrl::TakeDecodedCopy()
+{
+    if (!media::IsWorthDecoding(m_playFilePath)) return false;
+    m_lastDecode = media::DecodeToWav(m_playFilePath, m_tempDir, m_decodeProgress);
+    if (m_lastDecode.wavPath.empty()) return false;
+    OutputDebugStringA(("decoded " + m_playFilePath + " into " + m_lastDecode.wavPath + "\n").c_str());
+    m_encodedPath = m_playFilePath;
+    m_playFilePath = m_lastDecode.wavPath;
+    return true;
+}
+
 BOOL CTempvoxCtrl::SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath)
 {
+    m_sentences.clear();
     StopAndDeleteTemporaries();
+    m_lastDecode = media::DecodeReport{};
     if (strFilePath == nullptr || httpPort_id == -1) {
         m_bDownloaded = 0;
         m_playFilePath = strFilePath != nullptr ? strFilePath : "";
     } else {
         m_bDownloaded = 1;
-        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, nullptr, m_tempDir);
+        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, nullptr, m_tempDir,
+                                     m_wavOut.GetPlaybackProfile() == kProfileRefined);
         OutputDebugStringA(("下载到本地的音频路径：" + m_playFilePath + "\n").c_str());
     }
     if (m_playFilePath.empty()) return FALSE;
@@ -225,10 +260,16 @@ BOOL CTempvoxCtrl::SetPlayFilePath(const char* strHttpAddress, int16_t httpPort_
 BOOL CTempvoxCtrl::SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort_id, const char* strFilePath,
                                     const char* localSaveName)
 {
+    m_lastDecode = media::DecodeReport{};
+    m_sentences.clear();
     if (localSaveName != nullptr) {
         std::string cached = FindCachedCopy(m_tempDir, localSaveName);
         if (!cached.empty()) {
             m_playFilePath = cached;
+            // A copy the engine can't play as it stands (a download of
+            // 24-bit samples kept under its own name) is decoded like any
+            // other file; a playable one is taken untouched.
+            TakeDecodedCopy();
             return TRUE;
         }
     }
@@ -237,7 +278,8 @@ BOOL CTempvoxCtrl::SetPlayFilePath2(const char* strHttpAddress, int16_t httpPort
         m_playFilePath = strFilePath != nullptr ? strFilePath : "";
     } else {
         m_bDownloaded = 1;
-        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, localSaveName, m_tempDir);
+        m_playFilePath = FetchToTemp(strHttpAddress, httpPort_id, strFilePath, localSaveName, m_tempDir,
+                                     m_wavOut.GetPlaybackProfile() == kProfileRefined);
     }
     return TakeLocatedPath();
 }
@@ -252,9 +294,12 @@ BOOL CTempvoxCtrl::DeleteAllDownedFile()
 BOOL CTempvoxCtrl::CreateWavViewWnd(int32_t xPos, int32_t yPos, int32_t cX, int32_t cY, int32_t parentHwnd)
 {
     OutputDebugStringA("CreateWavViewWnd!");
-    ViewRect rect{xPos, yPos, xPos + cX, yPos + cY};
+    // The corner and size travel as a rectangle whose far edge may wrap
+    // around; the view takes the size back from it, as the host gave it.
+    ViewRect rect{xPos, yPos, WrappingSum(xPos, cX), WrappingSum(yPos, cY)};
     HWND parent = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(parentHwnd)));
     m_waveView.SetTemporaryFolder(m_tempDir);
+    m_waveView.SetRefined(m_wavOut.GetPlaybackProfile() == kProfileRefined);
     if (m_waveView.Create(rect, parent)) {
         OutputDebugStringA("CreateWavViewWnd!-success");
         m_bViewCreated = 1;
@@ -285,6 +330,7 @@ BOOL CTempvoxCtrl::AttachWavViewToFile(BOOL isAttach)
         m_bAttached = 0;
         return FALSE;
     }
+    m_waveView.SetRefined(m_wavOut.GetPlaybackProfile() == kProfileRefined);
     m_waveView.AttachFile(m_playFilePath.c_str());
     m_waveView.ShowPlayCaret(FALSE);
     m_bAttached = 1;
@@ -308,6 +354,121 @@ void CTempvoxCtrl::SetLanguageType(int16_t value)
     if (static_cast<uint16_t>(value) > 3) return;
     g_languageType = value;
     m_bModified = true;
+}
+
+// ---------------------------------------------------------------- sentences
+
+int32_t CTempvoxCtrl::FindSentences(int32_t minPauseMs)
+{
+    m_sentences.clear();
+    SentenceFinderSettings settings;
+    if (minPauseMs != 0) settings.minPauseMs = minPauseMs;
+    if (settings.minPauseMs < 50 || settings.minPauseMs > 60000) return kSentencesBadPause;
+    if (m_playFilePath.empty()) return kSentencesNoFile;
+    SentenceScan scan = ScanSentences(m_playFilePath, settings);
+    switch (scan.error) {
+    case SentenceScanError::None: break;
+    case SentenceScanError::CannotOpen:
+    case SentenceScanError::NotWave: return kSentencesCannotRead;
+    case SentenceScanError::NotPcm: return kSentencesNotPcm;
+    case SentenceScanError::BadSettings: return kSentencesBadPause;
+    }
+    m_sentences = std::move(scan.sentences);
+    return static_cast<int32_t>(m_sentences.size());
+}
+
+int32_t CTempvoxCtrl::GetSentenceStart(int32_t index) const
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return -1;
+    return m_sentences[static_cast<size_t>(index)].startMs;
+}
+
+int32_t CTempvoxCtrl::GetSentenceEnd(int32_t index) const
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return -1;
+    return m_sentences[static_cast<size_t>(index)].endMs;
+}
+
+int32_t CTempvoxCtrl::GetSentenceAt(int32_t timeMs) const
+{
+    return SentenceAt(m_sentences, timeMs);
+}
+
+namespace {
+
+// Classic play tells the time by the read position less a fixed 17640
+// bytes, and judges the span when a block comes back with three more of
+// 0.1 s still waiting at the device: above 58800 bytes a second its time
+// runs ahead of the sound by the difference, which would cut the end of
+// every sentence (by 200 ms at 44.1 kHz stereo). The span is armed that much
+// later instead. Refined play tells the time heard and needs none.
+int32_t ClassicLeadMs(const CWavOut& engine)
+{
+    const uint32_t byteRate = engine.Format().avgBytesPerSec;
+    if (engine.IsRefined() || byteRate == 0) return 0;
+    const int64_t leadBytes = 3 * int64_t(engine.ReadSize()) - 17640;
+    return leadBytes > 0 ? static_cast<int32_t>(leadBytes * 1000 / byteRate) : 0;
+}
+
+}  // namespace
+
+BOOL CTempvoxCtrl::PlaySentence(int32_t index)
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
+    const SentenceTimes sentence = m_sentences[static_cast<size_t>(index)];
+    CancelSentencePause();
+    if (m_wavOut.GetPlayerState() == 0 && !StartPlay()) return FALSE;
+    // A section selected in the view gives way to the sentence.
+    KillTimer(m_hWnd, TIMER_SECTION);
+    // The sentence is heard from its start at once: paused, moved and
+    // resumed, the engine drops what it had queued from elsewhere. It does
+    // so only when the position moved; one already at the start is moved a
+    // millisecond earlier.
+    if (m_wavOut.GetPlayerState() == 1 && !m_wavOut.PausePlay()) return FALSE;
+    const uint64_t pausedAt = m_wavOut.FilePosition();
+    m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs));
+    if (m_wavOut.FilePosition() == pausedAt && sentence.startMs > 0)
+        m_wavOut.SetCurrentPlayTime(static_cast<uint32_t>(sentence.startMs - 1));
+    ArmSentencePause(sentence);
+    if (m_wavOut.ResumePlay()) return TRUE;
+    CancelSentencePause();
+    return FALSE;
+}
+
+BOOL CTempvoxCtrl::PauseAtEndOfSentence(int32_t index)
+{
+    if (index < 0 || static_cast<size_t>(index) >= m_sentences.size()) return FALSE;
+    if (m_wavOut.GetPlayerState() == 0) return FALSE;
+    CancelSentencePause();
+    ArmSentencePause(m_sentences[static_cast<size_t>(index)]);
+    return TRUE;
+}
+
+void CTempvoxCtrl::ArmSentencePause(const SentenceTimes& sentence)
+{
+    m_sentencePauseEndMs = sentence.endMs + ClassicLeadMs(m_wavOut);
+    m_sentencePauseArmed = true;
+    m_wavOut.SetOneSentenceTimeSpan(sentence.startMs, m_sentencePauseEndMs);
+}
+
+void CTempvoxCtrl::OnSentenceDone()
+{
+    // Only a span of PlaySentence pauses, and only when play has reached its
+    // end: a notice that was still on its way when PlaySentence moved on
+    // finds play short of the new end.
+    if (m_sentencePauseArmed &&
+        m_wavOut.GetCurrentPlayTime() >= static_cast<uint32_t>(std::max(m_sentencePauseEndMs, 0))) {
+        m_sentencePauseArmed = false;
+        if (m_wavOut.GetPlayerState() == 1) PausePlay();
+    }
+    FireEvent(4);
+}
+
+void CTempvoxCtrl::CancelSentencePause()
+{
+    if (!m_sentencePauseArmed) return;
+    m_sentencePauseArmed = false;
+    m_wavOut.SetOneSentenceTimeSpan(0, 0);
 }
 
 // ---------------------------------------------------------------- dispatch
@@ -398,7 +559,10 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 29: m_wavOut.SetCountWordTimeSpan(a[0].intValue); return {};
     case 30: SetCountWordSquare(a[0].floatValue); return {};
     case 31: m_wavOut.SetJustPlay(a[0].intValue); return {};
-    case 32: m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue); return {};
+    case 32:
+        m_sentencePauseArmed = false;
+        m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue);
+        return {};
     case 33: return Variant::I4(m_wavOut.GetWordSpeedByAsyn(a[0].floatValue, a[1].intValue));
     case 34:
         if (kind == InvokeKind::PropertyPut) {
@@ -411,8 +575,14 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
             throw std::invalid_argument("profile must be 0 (classic) or 1 (refined), got " +
                                         std::to_string(a[0].intValue));
         m_wavOut.SetPlaybackProfile(static_cast<int16_t>(a[0].intValue));
+        m_waveView.SetRefined(a[0].intValue == kProfileRefined);
         return {};
     case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
+    case 37: return Variant::I4(FindSentences(a[0].intValue));
+    case 38: return Variant::I4(GetSentenceStart(a[0].intValue));
+    case 39: return Variant::I4(GetSentenceEnd(a[0].intValue));
+    case 40: return Variant::I4(GetSentenceAt(a[0].intValue));
+    case 41: return Variant::Bool(PlaySentence(a[0].intValue));
     case 42: {
         const SpeakingRate rate = MeasureFileSpeakingRate(m_playFilePath, a[0].intValue, a[1].intValue);
         return Variant::R4(static_cast<float>(rate.SyllablesPerSecond()));

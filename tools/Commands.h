@@ -11,6 +11,7 @@ int RunEncodeCommand(const std::vector<std::string>& args);
 int RunViewCommand(const std::vector<std::string>& args);
 int RunRegsvrCommand(const std::vector<std::string>& args);
 int RunRateCommand(const std::vector<std::string>& args);
+int RunSegmentsCommand(const std::vector<std::string>& args);
 
 // Parses an --audio value ("alsa", "null", "manual", "capture:FILE").
 // False with a message on standard error for anything else.

@@ -1,5 +1,6 @@
 // `tempvox host`: a container for trying and testing the control from a
 // terminal or a script. One command a line in, one JSON object a line out.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -64,8 +65,15 @@ using hostscript::Token;
 // with `answer`; an empty queue answers as a headless host would.
 class ContainerUi : public platform::IHostUi {
 public:
+    // A dialogue's answer, and how long it stays up first, as a person
+    // taking their time: meanwhile play goes on, the section loops and the
+    // timers fire.
+    struct DialogAnswer {
+        platform::FileDialogAnswer answer;
+        uint32_t openMs = 0;
+    };
     std::deque<UINT_PTR> menuAnswers;
-    std::deque<platform::FileDialogAnswer> dialogAnswers;
+    std::deque<DialogAnswer> dialogAnswers;
     std::deque<int> boxAnswers;
 
     UINT_PTR TrackPopupMenu(const platform::PopupMenuRequest& request) override
@@ -87,13 +95,34 @@ public:
     {
         platform::FileDialogAnswer answer;
         if (!dialogAnswers.empty()) {
-            answer = dialogAnswers.front();
+            answer = dialogAnswers.front().answer;
+            StayOpen(dialogAnswers.front().openMs);
             dialogAnswers.pop_front();
         }
         EmitLine(std::string("{\"dialog\":") + (request.openDialog ? "\"open\"" : "\"save\"") +
                  ",\"folder\":" + JsonString(request.initialFolder) +
                  ",\"answer\":" + (answer.accepted ? JsonString(answer.path) : "null") + "}");
         return answer;
+    }
+
+    // Lets `ms` of play pass inside the dialogue: on the manual clock and
+    // device a tenth of a second is one block heard and 100 ms of timers;
+    // otherwise the message loop runs for that long.
+    static void StayOpen(uint32_t ms)
+    {
+        for (uint32_t passed = 0; passed < ms; passed += 100) {
+            const uint32_t slice = std::min<uint32_t>(100, ms - passed);
+            platform::ManualWaveOut* device = platform::ManualWaveOut::Current();
+            if (device != nullptr && !device->IsPaused() && device->QueuedCount() > 0) {
+                device->Step();
+                platform::PumpPendingMessages();
+            }
+            if (platform::CurrentManualClock() != nullptr) {
+                platform::AdvanceClockAndPump(slice);
+            } else {
+                platform::PumpFor(slice);
+            }
+        }
     }
 
     int AnswerBox(const platform::MessageBoxRequest& request)
@@ -365,8 +394,11 @@ void Container::RunResize(const std::vector<Token>& tokens)
 
 void Container::RunAnswer(const std::vector<Token>& tokens)
 {
-    // answer menu ID|none, answer dialog PATH|cancel, answer box ok|cancel
-    if (tokens.size() != 3) return EmitError("answer takes menu ID|none, dialog PATH|cancel or box ok|cancel");
+    // answer menu ID|none, answer dialog PATH|cancel [MS], answer box ok|cancel
+    const bool dialogWithTime = tokens.size() == 4 && tokens[1].text == "dialog";
+    if (tokens.size() != 3 && !dialogWithTime) {
+        return EmitError("answer takes menu ID|none, dialog PATH|cancel [MS] or box ok|cancel");
+    }
     const std::string& what = tokens[1].text;
     const Token& value = tokens[2];
     if (what == "menu") {
@@ -390,7 +422,14 @@ void Container::RunAnswer(const std::vector<Token>& tokens)
         } else {
             return EmitError("answer dialog takes a path or cancel");
         }
-        m_ui.dialogAnswers.push_back(answer);
+        uint32_t openMs = 0;
+        if (dialogWithTime) {
+            if (tokens[3].kind != Token::Integer || tokens[3].integer < 0 || tokens[3].integer > 3600000) {
+                return EmitError("answer dialog: the time it stays open is 0 to 3600000 ms");
+            }
+            openMs = static_cast<uint32_t>(tokens[3].integer);
+        }
+        m_ui.dialogAnswers.push_back({answer, openMs});
     } else if (what == "box") {
         if (value.text == "ok") {
             m_ui.boxAnswers.push_back(IDOK);

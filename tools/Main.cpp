@@ -14,13 +14,17 @@ void PrintUsage()
                  "usage: tempvox <command> [arguments]\n"
                  "  play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play] [--classic]\n"
                  "       [--audio alsa|null|capture:OUT.wav]        play a recording to its end\n"
-                 "  render IN.wav OUT.wav [--level N] [--volume N] [--noise FILE] [--just-play] [--classic]\n"
-                 "                                                  write what would be played\n"
+                 "  render IN OUT [--level N] [--volume N] [--noise FILE] [--just-play] [--classic] [--bitrate N[k]]\n"
+                 "                                                  write what would be played (.wav .mp3\n"
+                 "                                                  .m4a .ogg .opus .flac, by OUT's extension)\n"
                  "  host [--audio ...] [--clock real|manual] [--debug] [--script FILE]\n"
                  "                                                  run the test container\n"
                  "  encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n"
                  "                                                  encode 16-bit PCM as wzq\n"
-                 "  view FILE -o OUT.png [--size WxH]               draw the waveform view to a PNG\n"
+                 "  view FILE|URL -o OUT.png [--size WxH] [--classic]\n"
+                 "                                                  draw the waveform view to a PNG\n"
+                 "  segments FILE [--min-pause MS] [--format json|srt|vtt|labels]\n"
+                 "                                                  list the sentences of a recording\n"
                  "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n"
                  "  rate FILE.wav [--per-sentence] [--syllables-per-word R]\n"
                  "                                                  syllables per second and words per minute\n");
@@ -46,6 +50,7 @@ int main(int argc, char** argv)
     if (command == "encode") return RunEncodeCommand(args);
     if (command == "view") return RunViewCommand(args);
     if (command == "regsvr") return RunRegsvrCommand(args);
+    if (command == "segments") return RunSegmentsCommand(args);
     if (command == "rate") return RunRateCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();

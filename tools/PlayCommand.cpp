@@ -1,7 +1,9 @@
 // `tempvox play`: plays one recording through the control, prints its
 // events, and on a terminal shows a progress line and takes keys.
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
+#include <memory>
 #include <string>
 
 #include "platform/GtkPresenter.h"
@@ -12,13 +14,17 @@
 #include "platform/Window.h"
 #include "tools/Commands.h"
 #include "tools/PlaySettings.h"
+#include "tools/SentenceSteps.h"
 
 namespace {
 
 const char* kPlayUsage =
     "usage: tempvox play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
-    "                   [--audio alsa|null|capture:OUT.wav] [--view]\n"
+    "                   [--audio alsa|null|capture:OUT.wav] [--view] [--shadow[=K]]\n"
     "keys: space pause/resume, left/right jump 5 s, up/down tempo one step (0.5x to 2.0x), q stop\n"
+    "      n next sentence, b back a sentence (or to this one's start after 1 s), r repeat it,\n"
+    "      s pause after each sentence (on/off)\n"
+    "--shadow[=K] plays each sentence, then pauses K times its length (default 1) for you to repeat it\n"
     "--classic plays as the original control did; the refined profile is the default\n"
     "--view shows the waveform in a window: drag to select a section, which then plays in a loop;\n"
     "       right-click the selection to save it; the window stays until closed\n";
@@ -54,14 +60,14 @@ public:
     {
         if (m_enabled) std::fputs("\r\033[K", stdout);
     }
-    void Show(CTempvoxCtrl& control)
+    void Show(CTempvoxCtrl& control, const std::string& sentence = "")
     {
         if (!m_enabled) return;
         CWavOut& engine = control.Engine();
         const char* state = engine.GetPlayerState() == 2 ? "paused" : "playing";
-        std::printf("\r\033[K%s / %s  %s  [%s]", FormatMs(engine.GetCurrentPlayTime()).c_str(),
+        std::printf("\r\033[K%s / %s  %s  [%s]%s%s", FormatMs(engine.GetCurrentPlayTime()).c_str(),
                     FormatMs(engine.GetTotalPlayTime()).c_str(), FactorText(engine.GetChangeSpeedLevel()).c_str(),
-                    state);
+                    state, sentence.empty() ? "" : "  ", sentence.c_str());
         std::fflush(stdout);
     }
 private:
@@ -152,7 +158,21 @@ int RunWithView(CTempvoxCtrl& control, bool& ended)
 
 }  // namespace
 
-int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView);
+int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView, double shadowFactor);
+
+// "--shadow" or "--shadow=K", K from 0.1 to 10; false for anything else.
+bool ParseShadowOption(const std::string& arg, double& factor)
+{
+    if (arg == "--shadow") {
+        factor = 1.0;
+        return true;
+    }
+    if (arg.rfind("--shadow=", 0) != 0) return false;
+    char* end = nullptr;
+    const std::string value = arg.substr(9);
+    factor = std::strtod(value.c_str(), &end);
+    return !value.empty() && *end == '\0' && factor >= 0.1 && factor <= 10.0;
+}
 
 int RunPlayCommand(const std::vector<std::string>& args)
 {
@@ -165,9 +185,15 @@ int RunPlayCommand(const std::vector<std::string>& args)
     platform::AudioBackendConfig audio;
     bool audioGiven = false;
     bool withView = false;
+    double shadowFactor = 0.0;
     for (size_t i = 0; i < rest.size(); ++i) {
         if (rest[i] == "--view") {
             withView = true;
+        } else if (rest[i].rfind("--shadow", 0) == 0) {
+            if (!ParseShadowOption(rest[i], shadowFactor)) {
+                std::fprintf(stderr, "tempvox play: --shadow=K wants K from 0.1 to 10, got '%s'\n", rest[i].c_str());
+                return 2;
+            }
         } else if (rest[i] == "--audio" && i + 1 < rest.size()) {
             if (!ParseAudioOption(rest[++i], audio)) return 2;
             audioGiven = true;
@@ -188,7 +214,7 @@ int RunPlayCommand(const std::vector<std::string>& args)
     {
         CTempvoxCtrl control;
         tempFolder = control.TempDir();
-        status = PlayWithControl(control, settings, withView);
+        status = PlayWithControl(control, settings, withView, shadowFactor);
     }
     // The control took its own files with it; a folder it made for them
     // and left empty goes too.
@@ -196,10 +222,11 @@ int RunPlayCommand(const std::vector<std::string>& args)
     return platform::ExitStatusAfterSignal(status);
 }
 
-int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView)
+int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView, double shadowFactor)
 {
     ProgressLine progress(platform::IsTerminal(1));
     bool ended = false;
+    std::unique_ptr<CSentenceSteps> steps;
     control.SetEventSink([&](DISPID id, const std::vector<Variant>& eventArgs) {
         const EventInfo* event = FindEvent(id);
         progress.Clear();
@@ -208,23 +235,34 @@ int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool wi
         std::printf("\n");
         std::fflush(stdout);
         if (id == 1) ended = true;
+        if (id == 4 && steps) steps->OnSentenceDone();
     });
     if (!ApplyPlaySettings(control, settings, "play")) return 1;
     if (withView) return RunWithView(control, ended);
-    if (!control.StartPlay()) {
+    // Sentence keys (and shadowing) on the sentences found in the file.
+    steps = std::make_unique<CSentenceSteps>(control, shadowFactor);
+    if (steps->Shadowing() && steps->Count() == 0) {
+        std::fprintf(stderr, "tempvox play: --shadow found no sentences in '%s'\n", settings.source.c_str());
+        return 1;
+    }
+    if (!steps->Start()) {
         std::fprintf(stderr, "tempvox play: cannot play '%s'\n", settings.source.c_str());
         return 1;
     }
 
     platform::RawKeyboard keyboard;
     bool quit = false;
-    while (!ended && !quit && platform::TerminationSignal() == 0) {
+    bool shadowed = false;
+    while (!ended && !quit && !shadowed && platform::TerminationSignal() == 0) {
         platform::PumpUntil([&] { return ended; }, keyboard.Active() ? 20 : 200);
-        progress.Show(control);
-        if (keyboard.Active()) HandleKey(keyboard.Read(30), control, quit);
+        shadowed = steps->Tick();
+        progress.Show(control, steps->Status());
+        if (!keyboard.Active()) continue;
+        const platform::Key key = keyboard.Read(30);
+        if (!steps->HandleKey(key)) HandleKey(key, control, quit);
     }
     if (ended && platform::TerminationSignal() == 0) WaitForPlayOut(control);
-    progress.Show(control);
+    progress.Show(control, steps->Status());
     progress.Clear();
     control.StopPlay();
     platform::PumpPendingMessages();

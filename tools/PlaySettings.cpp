@@ -5,7 +5,10 @@
 
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
+#include "platform/Download.h"
 #include "platform/Messages.h"
+#include "platform/Termination.h"
+#include "tools/SourceNotes.h"
 
 namespace {
 
@@ -22,7 +25,7 @@ bool ParseInt(const std::string& text, int low, int high, int& out)
 // port, and the path on it; the port argument is then not used.
 bool SplitRemote(const std::string& source, std::string& address, std::string& path)
 {
-    for (const char* scheme : {"http://", "ftp://"}) {
+    for (const char* scheme : {"http://", "https://", "ftp://"}) {
         std::string prefix = scheme;
         if (source.compare(0, prefix.size(), prefix) != 0) continue;
         size_t slash = source.find('/', prefix.size());
@@ -91,15 +94,30 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
         std::fprintf(stderr, "tempvox %s: %s holds %u of its %u frames\n", command, settings.source.c_str(),
                      frames.held, frames.declared);
     }
-    BOOL named = remote
-                     ? control.SetPlayFilePath(address.c_str(), 0, path.c_str())
-                     : control.SetPlayFilePath(nullptr, -1, settings.source.c_str());
+    // The profile first: it decides how an https address is fetched.
+    control.Engine().SetPlaybackProfile(settings.classic ? kProfileClassic : kProfileRefined);
+    BOOL named;
+    {
+        SourceProgressLine progress(settings.source, command);
+        control.SetDecodeProgress(progress.DecodeCallback());
+        named = remote ? control.SetPlayFilePath(address.c_str(), 0, path.c_str())
+                       : control.SetPlayFilePath(nullptr, -1, settings.source.c_str());
+        control.SetDecodeProgress(nullptr);
+    }
+    // Stopped by a signal while it was decoded: nothing more to say or do.
+    if (platform::TerminationSignal() != 0) return false;
+    PrintDecodeNotes(control.LastDecode(), settings.source, command);
     if (!named) {
-        std::fprintf(stderr, "tempvox %s: cannot use '%s'\n", command, settings.source.c_str());
+        const HRESULT download = platform::LastDownloadResult();
+        if (remote && download != 0) {
+            std::fprintf(stderr, "tempvox %s: cannot use '%s': %s\n", command, settings.source.c_str(),
+                         platform::DescribeDownloadResult(download));
+        } else {
+            std::fprintf(stderr, "tempvox %s: cannot use '%s'\n", command, settings.source.c_str());
+        }
         return false;
     }
     CWavOut& engine = control.Engine();
-    engine.SetPlaybackProfile(settings.classic ? kProfileClassic : kProfileRefined);
     engine.SetChangeSpeedLevel(static_cast<int16_t>(settings.level));
     engine.SetVolume(settings.volume);
     engine.SetJustPlay(settings.justPlay ? TRUE : FALSE);

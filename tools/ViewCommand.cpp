@@ -1,20 +1,23 @@
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
-#include "platform/Exceptions.h"
 #include "platform/Messages.h"
 #include "platform/Png.h"
 #include "platform/Termination.h"
 #include "platform/Window.h"
 #include "media/AudioLocator.h"
 #include "tools/Commands.h"
-#include "view/WaveViewCtrl.h"
+#include "tools/PlaySettings.h"
 
 namespace {
 
+const char* kViewUsage =
+    "usage: tempvox view FILE|URL -o OUT.png [--size WxH] [--classic]\n"
+    "draws the waveform view of what `tempvox play` would play; --classic draws as the original control did\n";
+
 struct ViewOptions {
-    std::string input;
     std::string output;
     int width = 800;
     int height = 240;
@@ -32,7 +35,9 @@ bool ParseSize(const std::string& text, int& width, int& height)
     return true;
 }
 
-bool ParseOptions(const std::vector<std::string>& args, ViewOptions& options)
+// Takes the picture's own options out of `args`; the source and --classic
+// are left for the settings `play` shares.
+bool TakeViewOptions(const std::vector<std::string>& args, ViewOptions& options, std::vector<std::string>& rest)
 {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
@@ -43,29 +48,35 @@ bool ParseOptions(const std::vector<std::string>& args, ViewOptions& options)
                 std::fprintf(stderr, "tempvox view: --size wants WIDTHxHEIGHT, got '%s'\n", args[i].c_str());
                 return false;
             }
-        } else if (!arg.empty() && arg[0] != '-' && options.input.empty()) {
-            options.input = arg;
         } else {
-            std::fprintf(stderr, "tempvox view: unexpected argument '%s'\n", arg.c_str());
-            return false;
+            rest.push_back(arg);
         }
-    }
-    if (options.input.empty() || options.output.empty()) {
-        std::fprintf(stderr, "usage: tempvox view FILE -o OUT.png [--size WxH]\n");
-        return false;
     }
     return true;
 }
 
 }  // namespace
 
-// Draws the view of a file as a host would show it: a top-level frame with
-// the view filling it, painted through the message queue, then saved.
+// Draws the view of a file as a host would show it: the control takes the
+// source as `play` does (a local file, an http or ftp address, an encoded
+// file), in the same profile, and its view is made a child of a top-level
+// frame, painted through the message queue, then saved.
 int RunViewCommand(const std::vector<std::string>& args)
 {
     ViewOptions options;
-    if (!ParseOptions(args, options))
+    std::vector<std::string> settingsArgs;
+    if (!TakeViewOptions(args, options, settingsArgs))
         return 2;
+    PlaySettings settings;
+    std::vector<std::string> rest;
+    if (!ParsePlaySettings(settingsArgs, settings, rest, "view") || options.output.empty()) {
+        std::fputs(kViewUsage, stderr);
+        return 2;
+    }
+    if (!rest.empty()) {
+        std::fprintf(stderr, "tempvox view: unexpected argument '%s'\n%s", rest[0].c_str(), kViewUsage);
+        return 2;
+    }
 
     RegisterWindowClass("TempvoxViewFrame", 0, true, RGB(255, 255, 255));
     HWND frame = CreateWindowExA(0, "TempvoxViewFrame", "tempvox view", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0,
@@ -79,22 +90,24 @@ int RunViewCommand(const std::vector<std::string>& args)
                                      return 0;
                                  });
     int status = 0;
-    // The view's private copy goes beside the file when it can, else into
-    // the temporary folder, which is removed again if this run left it empty.
-    const std::string tempFolder = MakeTempFolder();
+    std::string tempFolder;
     {
-        CWaveViewCtrl view;
-        view.SetTemporaryFolder(tempFolder);
-        if (frame == nullptr || !view.Create(ViewRect{0, 0, options.width, options.height}, frame)) {
-            std::fprintf(stderr, "tempvox view: the view's window could not be made\n");
-            DestroyWindow(frame);
-            return 1;
-        }
-        try {
-            view.AttachFile(options.input);
-        } catch (const std::exception& failure) {
-            std::fprintf(stderr, "tempvox view: %s\n", failure.what());
+        CTempvoxCtrl control;
+        tempFolder = control.TempDir();
+        if (frame == nullptr || !ApplyPlaySettings(control, settings, "view")) {
             status = 1;
+        } else if (!control.CreateWavViewWnd(0, 0, options.width, options.height,
+                                             static_cast<int32_t>(reinterpret_cast<uintptr_t>(frame)))) {
+            std::fprintf(stderr, "tempvox view: the view's window could not be made\n");
+            status = 1;
+        } else {
+            try {
+                if (!control.AttachWavViewToFile(TRUE))
+                    status = 1;
+            } catch (const std::exception& failure) {
+                std::fprintf(stderr, "tempvox view: %s\n", failure.what());
+                status = 1;
+            }
         }
         if (status == 0) {
             platform::PumpPendingMessages();
@@ -105,6 +118,8 @@ int RunViewCommand(const std::vector<std::string>& args)
         }
     }
     DestroyWindow(frame);
+    // The control took its own files with it; a folder it made for them and
+    // left empty goes too.
     RemoveTempFolderIfEmpty(tempFolder);
     return platform::ExitStatusAfterSignal(status);
 }

@@ -94,6 +94,26 @@ std::string CopyPathFor(const std::string& path)
     return path.substr(0, dot) + "_copy.wav";
 }
 
+// The save dialogue learns the folder it opens in from the process's current
+// directory, so that is moved to the user's home for it. The host's own
+// folder comes back when the save ends: relative paths that the host holds
+// (the file it plays, the view's own copy) would otherwise point into the
+// home folder from then on, and every later play of the file would fail.
+class CurrentFolderKept {
+public:
+    CurrentFolderKept() : m_folder(platform::CurrentDirectory()) {}
+    ~CurrentFolderKept()
+    {
+        if (!m_folder.empty())
+            SetCurrentDirectoryA(m_folder.c_str());
+    }
+    CurrentFolderKept(const CurrentFolderKept&) = delete;
+    CurrentFolderKept& operator=(const CurrentFolderKept&) = delete;
+
+private:
+    std::string m_folder;
+};
+
 }  // namespace
 
 const CRuntimeClass CWaveViewCtrl::classCWaveViewCtrl = {"CWaveViewCtrl", &CreateWaveView};
@@ -131,8 +151,12 @@ BOOL CWaveViewCtrl::CreateChild(DWORD style, const RECT& rect, HWND parent, UINT
     static const char* s_className = nullptr;
     if (s_className == nullptr)
         s_className = AfxRegisterWndClass(CS_VREDRAW | CS_HREDRAW, nullptr, nullptr, nullptr);
-    return CreateEx(kViewExStyle, s_className, "", style, rect.left, rect.top, rect.right - rect.left,
-                    rect.bottom - rect.top, parent, id, nullptr);
+    // A far edge that wrapped around gives the size back by wrapping again.
+    const auto span = [](LONG from, LONG to) {
+        return static_cast<int>(static_cast<uint32_t>(to) - static_cast<uint32_t>(from));
+    };
+    return CreateEx(kViewExStyle, s_className, "", style, rect.left, rect.top, span(rect.left, rect.right),
+                    span(rect.top, rect.bottom), parent, id, nullptr);
 }
 
 int CWaveViewCtrl::OnCreate(CREATESTRUCTA*)
@@ -212,6 +236,11 @@ void CWaveViewCtrl::MapWaveFile(CMappableFile& file)
     // An empty or unmappable copy is no RIFF WAVE file either.
     if (m_mappingSize < 12 || !TagIs(m_pFileView, "RIFF") || !TagIs(m_pFileView + 8, "WAVE"))
         throw CArchiveException("archive exception, cause 5: not a RIFF WAVE file");
+    // Both readings are kept, so that a change of profile finds the file
+    // read; only the reading of the present profile speaks of a bad file.
+    ReadRefinedLayout();
+    if (m_bRefined && !HasRefinedWave())
+        AfxMessageBox(kBadFileText, 0, 0);
 
     // Every offset is checked against the mapping: a chunk that points
     // past the end makes the file one the view can't read.
@@ -249,7 +278,8 @@ void CWaveViewCtrl::MapWaveFile(CMappableFile& file)
 
 void CWaveViewCtrl::RejectWaveFile()
 {
-    AfxMessageBox(kBadFileText, 0, 0);
+    if (!m_bRefined)
+        AfxMessageBox(kBadFileText, 0, 0);
 }
 
 void CWaveViewCtrl::ReleaseMapping()
@@ -267,6 +297,10 @@ void CWaveViewCtrl::ReleaseMapping()
     m_pSamples = nullptr;
     m_headerBytes = 0;
     m_mappingSize = 0;
+    m_layout = riff::WaveLayout{};
+    m_bLayoutReadable = false;
+    m_peaks = view::PeakColumns{};
+    m_picture.Release();
 }
 
 void CWaveViewCtrl::ReleaseBitmap()
@@ -306,7 +340,12 @@ void CWaveViewCtrl::OnPaint()
     if (m_bLoading == 1)
         return;
     if (m_bRestoreCaret == 1 && m_bCaret == 1)
-        SetCaretPos(m_savedCaretX, kOverlayTop);
+        SetCaretPos(m_savedCaretX, CaretTop());
+    if (m_bRefined) {
+        PaintRefined(dc.GetSafeHdc());
+        m_bRestoreCaret = 0;
+        return;
+    }
     DrawRuler(dc);
     DrawWave();
     if (m_bSelected == 1)
@@ -456,6 +495,12 @@ void CWaveViewCtrl::GetSelectionTimes(int32_t& startMs, int32_t& endMs) const
         ReportMessage(220, "波形未选中,调用失败!");
         return;
     }
+    if (m_bRefined) {
+        const view::TimeAxis axis = RefinedAxis();
+        startMs = static_cast<int32_t>(std::min<uint64_t>(axis.MsOfColumn(m_selStart), INT32_MAX));
+        endMs = static_cast<int32_t>(std::min<uint64_t>(axis.MsOfColumn(m_selEnd), INT32_MAX));
+        return;
+    }
     const double total = Numbers().totalMs;
     const int width = Width();
     // A view of no width has no time scale; both ends are then 0.
@@ -487,7 +532,9 @@ void CWaveViewCtrl::OnLButtonDown(UINT, POINT point)
 void CWaveViewCtrl::OnMouseMove(UINT flags, POINT point)
 {
     Default();
-    if (flags == MK_LBUTTON && m_bSelectable != 0 && m_bButtonDown != 0) {
+    if (m_bRefined && flags == MK_LBUTTON && m_bSelectable != 0 && m_bButtonDown != 0) {
+        OnRefinedDrag(point);
+    } else if (flags == MK_LBUTTON && m_bSelectable != 0 && m_bButtonDown != 0) {
         m_bSelected = 1;
         m_bDragged = 1;
         HDC dc = GetDC(m_hWnd);
@@ -569,8 +616,8 @@ void CWaveViewCtrl::OnSize(UINT, int, int)
         GetCaretPos(&caret);
         const int x = rescale(caret.x);
         DestroyCaret();
-        CreateCaret(m_hWnd, nullptr, 0, newHeight - kRulerHeight);
-        SetCaretPos(x, kOverlayTop);
+        CreateCaret(m_hWnd, nullptr, CaretWidth(), newHeight - kRulerHeight);
+        SetCaretPos(x, CaretTop());
         ShowCaret(m_hWnd);
     }
     m_clientRect = client;
@@ -582,7 +629,7 @@ void CWaveViewCtrl::OnSize(UINT, int, int)
 void CWaveViewCtrl::ShowPlayCaret(BOOL show)
 {
     if (show == 1) {
-        CreateCaret(m_hWnd, nullptr, 0, Height() - kRulerHeight);
+        CreateCaret(m_hWnd, nullptr, CaretWidth(), Height() - kRulerHeight);
         m_bCaret = 1;
         MoveCaretToTime(0);
         ShowCaret(m_hWnd);
@@ -603,13 +650,20 @@ void CWaveViewCtrl::MoveCaretToTime(uint32_t ms)
     if (GetActiveWindow() == nullptr) {
         InvalidateRect(m_hWnd, nullptr, TRUE);
         ShowPlayCaret(0);
-        CreateCaret(m_hWnd, nullptr, 0, Height() - kRulerHeight);
+        CreateCaret(m_hWnd, nullptr, CaretWidth(), Height() - kRulerHeight);
         m_bCaret = 1;
         ShowCaret(m_hWnd);
         SetActiveWindow(GetParent(m_hWnd));
     }
     if (m_bCaret == 0)
         return;
+    if (m_bRefined) {
+        // The caret stands on the column of the time heard, wholly inside
+        // the view at the end.
+        const int x = std::min(RefinedAxis().ColumnOfMs(ms), Width() - CaretWidth());
+        SetCaretPos(std::max(x, 0), CaretTop());
+        return;
+    }
     const double total = Numbers().totalMs;
     // No file, or one with no samples, has no time scale: the caret stays left.
     const double share = total > 0.0 ? double(ms) / total : 0.0;
@@ -643,6 +697,7 @@ void CWaveViewCtrl::OnSaveCommand()
 
 void CWaveViewCtrl::SaveSelection()
 {
+    const CurrentFolderKept hostFolder;
     const BOOL hadCaret = m_bCaret;
     POINT caret;
     GetCaretPos(&caret);
@@ -666,15 +721,14 @@ void CWaveViewCtrl::SaveSelection()
             return;
         }
         InvalidateRect(m_hWnd, &band, TRUE);
-        // Each dialogue starts in the user's home folder, and the process
-        // stays there afterwards.
+        // Each dialogue starts in the user's home folder.
         SetCurrentDirectoryA(platform::HomeFolder().c_str());
         CFileDialog dialog(FALSE, "wav", "AudioFile.wav", 0, "音频文件(*.wav)|*.wav||", nullptr, 0, TRUE);
         if (dialog.DoModal() != IDOK) {
             m_bRestoreCaret = 1;
             if (hadCaret) {
                 ShowPlayCaret(1);
-                SetCaretPos(m_savedCaretX, kOverlayTop);
+                SetCaretPos(m_savedCaretX, CaretTop());
                 ShowCaret(m_hWnd);
             }
             KillTimer(m_hWnd, kRepaintTimerId);
@@ -699,7 +753,7 @@ void CWaveViewCtrl::SaveSelection()
     InvalidateRect(m_hWnd, nullptr, TRUE);
     // An attach while the dialogue was up replaced the mapping the range
     // was taken on; that selection is gone as surely as a cleared one.
-    if (m_attachCount != attachAtStart || !HasWave()) {
+    if (m_attachCount != attachAtStart || !(m_bRefined ? HasRefinedWave() : HasWave())) {
         ReportMessage(218, "波形未选中,不能保存!");
         RestoreCaretAfterSave(hadCaret);
         return;
@@ -713,12 +767,26 @@ void CWaveViewCtrl::RestoreCaretAfterSave(BOOL hadCaret)
     if (!hadCaret)
         return;
     ShowPlayCaret(1);
-    SetCaretPos(m_savedCaretX, kOverlayTop);
+    SetCaretPos(m_savedCaretX, CaretTop());
     ShowCaret(m_hWnd);
+}
+
+int CWaveViewCtrl::CaretTop() const
+{
+    return m_bRefined ? kRulerHeight : kOverlayTop;
+}
+
+// Two columns in the refined drawing: an inverted line of one pixel is lost
+// against the selection's tint and the trace.
+int CWaveViewCtrl::CaretWidth() const
+{
+    return m_bRefined ? 2 : 0;
 }
 
 void CWaveViewCtrl::WriteSelection(const std::string& path, int startPx, int endPx)
 {
+    if (m_bRefined)
+        return WriteRefinedSelection(path, startPx, endPx);
     const WaveNumbers numbers = Numbers();
     const float sampleCountF = static_cast<float>(numbers.sampleCount);
     const int width = Width();

@@ -1,10 +1,15 @@
 #pragma once
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/FileMapping.h"
 #include "platform/Gdi.h"
 #include "platform/Wnd.h"
+#include "riff/WaveLayout.h"
+#include "view/PeakColumns.h"
+#include "view/PeakPicture.h"
+#include "view/TimeAxis.h"
 
 using ViewRect = RECT;
 
@@ -16,6 +21,16 @@ constexpr UINT ID_WAVE_SAVE = 32768;
 // The waveform view: a child window showing a private copy of the play
 // file as a time ruler over a cached picture of the samples, with a mouse
 // selection that can be saved as a new .wav file and a caret for play.
+//
+// Two ways of drawing, chosen by the host with SetRefined (the control
+// follows its playback profile). The classic one keeps the original rules to
+// the pixel. The refined one puts the picture, the ruler, the caret and the
+// selection on one time axis (view/TimeAxis.h) for files of every length;
+// draws each column's lowest and highest sample, one lane a channel, into a
+// picture that fills the band below the ruler and is rebuilt for a new
+// size; labels the ruler at a step that leaves room (view/RulerScale.h);
+// selects in whole frames; and leaves selecting to the host's play calls
+// (the control keeps it open while playing).
 class CWaveViewCtrl : public CWnd {
 public:
     static const CRuntimeClass classCWaveViewCtrl;
@@ -44,6 +59,14 @@ public:
     int32_t GetSelectionSerial() const { return m_selectionSerial; }
     void SetSelectable(BOOL on) { m_bSelectable = on; }
     void ClearSelection();
+    // Off (classic) until the host says otherwise; a change redraws.
+    void SetRefined(bool refined);
+    bool IsRefined() const { return m_bRefined; }
+    // Where sentences start, in milliseconds of the file, drawn as small
+    // marks in the ruler by the refined drawing; an empty list clears them.
+    void SetSentenceMarks(std::vector<int32_t> startsMs);
+    // The refined time axis of the attached file at the present width.
+    view::TimeAxis RefinedAxis() const;
     // The selection's ends in client pixels, -1 when a short drag was dropped.
     void GetSelectionPixels(int32_t& start, int32_t& end) const
     {
@@ -93,6 +116,18 @@ private:
     void DrawSelectionTint(HDC dc, int left, int right);
     void RestoreCaretAfterSave(BOOL hadCaret);
     void WriteSelection(const std::string& path, int startPx, int endPx);
+    int CaretTop() const;
+    int CaretWidth() const;
+
+    // The refined drawing and selection (view/WaveViewRefined.cpp).
+    void ReadRefinedLayout();
+    bool HasRefinedWave() const { return m_bLayoutReadable && m_pFileView != nullptr; }
+    void PaintRefined(HDC dc);
+    void DrawRefinedRuler(HDC dc, const view::TimeAxis& axis);
+    void DrawSentenceMarks(HDC dc, const view::TimeAxis& axis);
+    bool RefinedTintSpan(int& left, int& right) const;
+    void OnRefinedDrag(POINT point);
+    void WriteRefinedSelection(const std::string& path, int startPx, int endPx);
 
     const BYTE* m_pSamples = nullptr;
     const BYTE* m_pFileView = nullptr;
@@ -126,4 +161,13 @@ private:
     HBITMAP m_hBitmap = nullptr;
     HGDIOBJ m_hOldBitmap = nullptr;
     uint32_t m_attachCount = 0;
+
+    // The refined profile: its reading of the mapping, the per-width
+    // columns and the pictures made from them, and the sentence marks.
+    bool m_bRefined = false;
+    riff::WaveLayout m_layout;
+    bool m_bLayoutReadable = false;
+    view::PeakColumns m_peaks;
+    CPeakPicture m_picture;
+    std::vector<int32_t> m_sentenceMarks;
 };

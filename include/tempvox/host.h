@@ -154,6 +154,11 @@ enum {
     TEMPVOX_DISPID_SetLanguageType = 34,
     TEMPVOX_DISPID_SetPlaybackProfile = 35,
     TEMPVOX_DISPID_GetPlaybackProfile = 36,
+    TEMPVOX_DISPID_FindSentences = 37,
+    TEMPVOX_DISPID_GetSentenceStart = 38,
+    TEMPVOX_DISPID_GetSentenceEnd = 39,
+    TEMPVOX_DISPID_GetSentenceAt = 40,
+    TEMPVOX_DISPID_PlaySentence = 41,
     TEMPVOX_DISPID_GetSpeakingRate = 42,
     TEMPVOX_DISPID_SetSyllablesPerWord = 43
 };
@@ -161,6 +166,12 @@ enum {
 /* Values of SetPlaybackProfile. */
 #define TEMPVOX_PROFILE_CLASSIC 0
 #define TEMPVOX_PROFILE_REFINED 1
+
+/* What FindSentences answers when it fails (else the count, 0 or more). */
+#define TEMPVOX_SENTENCES_NO_FILE (-1)      /* no file named, or the last naming failed */
+#define TEMPVOX_SENTENCES_CANNOT_READ (-2)  /* the file cannot be opened or is no wave file */
+#define TEMPVOX_SENTENCES_NOT_PCM (-3)      /* samples other than 8- or 16-bit PCM of 4 kHz or more */
+#define TEMPVOX_SENTENCES_BAD_PAUSE (-4)    /* minPauseMs neither 0 (300 ms) nor 50 to 60000 */
 
 /* ------------------------------------------------------------ values */
 

@@ -40,6 +40,45 @@ def speech(tmp_path):
     return str(path)
 
 
+@pytest.fixture
+def sentences(tmp_path):
+    """Four made-up sentences at 16000 Hz mono and their true extents in
+    ms: syllables of a gliding voice (eight harmonics) with 60 ms gaps,
+    pauses of 700 ms between sentences."""
+    rate = 16000
+    samples = []
+    truth = []
+
+    def silence(ms):
+        samples.extend([0] * (rate * ms // 1000))
+
+    def sentence(syllables):
+        start = len(samples) * 1000 // rate
+        for s in range(syllables):
+            count = rate * 150 // 1000
+            phase = 0.0
+            for i in range(count):
+                phase += 2 * math.pi * (120 + 10 * s + 30 * i / count) / rate
+                envelope = min(1.0, i / 320, (count - i) / 480)
+                value = sum(math.sin(h * phase) / h for h in range(1, 9))
+                samples.append(int(7000 * envelope * value))
+            if s + 1 < syllables:
+                silence(60)
+        truth.append((start, len(samples) * 1000 // rate))
+
+    silence(500)
+    for syllables in (6, 9, 4, 7):
+        sentence(syllables)
+        silence(700)
+    path = tmp_path / "sentences.wav"
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(1)
+        out.setsampwidth(2)
+        out.setframerate(rate)
+        out.writeframes(struct.pack("<%dh" % len(samples), *samples))
+    return str(path), truth
+
+
 def play_to_end(player, limit=60):
     completed = []
     player.connect("PlayComplete", lambda: completed.append(True))
@@ -95,10 +134,11 @@ def test_registration_failures_name_the_step_that_failed(data_home):
 def test_members_are_methods_by_name_and_calls_are_checked(data_home):
     with Tempvox(module=MODULE) as player:
         # The original 34, the property last among them, then our own.
-        assert len(player.members) == 38
+        assert len(player.members) == 43
         assert player.members[0] == "StartPlay" and player.members[33] == "SetLanguageType"
-        assert player.members[34:] == ["SetPlaybackProfile", "GetPlaybackProfile", "GetSpeakingRate",
-                                       "SetSyllablesPerWord"]
+        assert player.members[34:] == ["SetPlaybackProfile", "GetPlaybackProfile", "FindSentences",
+                                       "GetSentenceStart", "GetSentenceEnd", "GetSentenceAt", "PlaySentence",
+                                       "GetSpeakingRate", "SetSyllablesPerWord"]
         assert player.events == ["PlayComplete", "CountWordFire", "ComputeSNREvent", "PlayOneSentenceCompleted",
                                  "NewWordSpeedDone"]
         for name in player.members:
@@ -248,3 +288,32 @@ def test_example_plays_a_file_to_play_complete(data_home, speech):
     assert run.returncode == 0, run.stderr
     assert "event PlayComplete" in run.stdout
     assert "at speed level -30" in run.stdout
+
+
+def test_sentences_are_found_read_and_played_one_at_a_time(data_home, sentences):
+    path, truth = sentences
+    with Tempvox(module=MODULE, audio="manual") as player:
+        assert player.FindSentences(300) == -1  # no file named yet
+        assert player.SetPlayFilePath(None, -1, path)
+        assert player.FindSentences(10) == -4
+        assert player.FindSentences(0) == len(truth)
+        for index, (start, end) in enumerate(truth):
+            assert abs(player.GetSentenceStart(index) - start) <= 100
+            assert abs(player.GetSentenceEnd(index) - end) <= 100
+            assert player.GetSentenceAt((start + end) // 2) == index
+        assert player.GetSentenceAt((truth[0][1] + truth[1][0]) // 2) == -1
+        assert player.GetSentenceStart(len(truth)) == -1
+
+        completed = []
+        player.connect("PlayOneSentenceCompleted", lambda: completed.append(True))
+        player.SetJustPlay(True)
+        assert player.PlaySentence(2) is True
+        for _ in range(60):
+            if completed or player.step(1) == 0:
+                break
+        assert completed
+        assert player.GetPlayerState() == 2
+        # Paused at the sentence's end, before the next one.
+        assert truth[2][1] - 100 <= player.GetCurrentPlayTime() < truth[3][0]
+        assert player.PlaySentence(len(truth)) is False
+        player.StopPlay()

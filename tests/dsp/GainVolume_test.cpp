@@ -188,3 +188,52 @@ TEST(Volume, PercentRoundTrip) {
 }
 
 }  // namespace
+
+namespace {
+
+std::vector<int16_t> ScaledFrames(std::vector<int16_t> samples, uint16_t channels, float volume, float* gain)
+{
+    ApplyGainAndVolumeFrames(reinterpret_cast<uint8_t*>(samples.data()), uint32_t(samples.size() * 2), 16, channels,
+                             volume, gain);
+    return samples;
+}
+
+}  // namespace
+
+// The refined stage: every channel scaled alone, clipping held at full
+// scale, and the gain lowered only by a peak of the same channel.
+TEST(GainVolumeFrames, ChannelsStayApartAndClippingIsHeld)
+{
+    struct Case {
+        const char* name;
+        std::vector<int16_t> in;  // interleaved left, right
+        float gain;
+        float volume;
+        std::vector<int16_t> out;  // by hand: round(clamp(sample * gain) * volume)
+        bool gainLowered;
+    };
+    const Case cases[] = {
+        // The second left sample is a true peak (its neighbours are loud):
+        // the gain comes down so that 30000 x 1.5 lands on the 30000 target,
+        // i.e. to 1.0, from the next sample on.
+        {"quiet right beside a clipping left", {30000, 100, 30000, -101, 30000, 102, 30000, 103}, 1.5f, 1.0f,
+         {32767, 150, 32767, -101, 30000, 102, 30000, 103}, true},
+        {"negative products are held, not wrapped", {0, 0, -30000, 0, 0, 0}, 2.0f, 1.0f, {0, 0, -32768, 0, 0, 0},
+         false},
+        {"a lone click lowers nothing", {10, 10, 30000, 10, 10, 10, 10, 10}, 1.5f, 1.0f,
+         {15, 15, 32767, 15, 15, 15, 15, 15}, false},
+        {"volume after gain", {1000, -1000, 2000, -2000}, 2.0f, 0.5f, {1000, -1000, 2000, -2000}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        float gain = c.gain;
+        EXPECT_EQ(ScaledFrames(c.in, 2, c.volume, &gain), c.out);
+        EXPECT_EQ(gain < c.gain, c.gainLowered);
+        EXPECT_GE(gain, 1.0f);
+    }
+    // 8-bit: the volume scales about the midpoint, so silence stays silent.
+    std::vector<uint8_t> bytes = {128, 228, 28, 255, 0};
+    float gain = 3.0f;
+    ApplyGainAndVolumeFrames(bytes.data(), uint32_t(bytes.size()), 8, 1, 0.5f, &gain);
+    EXPECT_EQ(bytes, (std::vector<uint8_t>{128, 178, 78, 192, 64}));
+}

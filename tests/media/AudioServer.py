@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A loopback http or ftp server for the media tests.
 
-usage: AudioServer.py http|ftp ROOT PORT_FILE LOG_FILE
+usage: AudioServer.py http|https|ftp ROOT PORT_FILE LOG_FILE
 
 Serves the files of ROOT on 127.0.0.1 at a port below 32768, writes that
 port to PORT_FILE once listening, and appends every request path to
@@ -10,6 +10,8 @@ LOG_FILE. Besides plain files, http answers these paths:
   /flaky/NAME     like /drop/ the first time, the whole file after that
   /stall/NAME     sends half of NAME, then goes quiet for a while
   /redirect/NAME  redirects to /NAME
+https serves the same behind a certificate signed by nobody a client trusts,
+and logs "handshake" for every connection it accepts.
 The server stops by itself after a few minutes.
 """
 import http.server
@@ -54,7 +56,23 @@ def make_logger(log_file):
     return log
 
 
-def serve_http(root, port_file, log):
+def self_signed_context():
+    import ssl
+    import subprocess
+    import tempfile
+    folder = tempfile.mkdtemp(prefix="audio-server-tls-")
+    key, cert = os.path.join(folder, "key.pem"), os.path.join(folder, "cert.pem")
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", cert,
+                    "-days", "2", "-subj", "/CN=127.0.0.1"], check=True, capture_output=True)
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(cert, key)
+    for name in (key, cert):
+        os.remove(name)
+    os.rmdir(folder)
+    return context
+
+
+def serve_http(root, port_file, log, tls=False):
     flaky_seen = set()
 
     class Handler(http.server.SimpleHTTPRequestHandler):
@@ -103,9 +121,21 @@ def serve_http(root, port_file, log):
             else:
                 super().do_GET()
 
+    context = self_signed_context() if tls else None
+
+    class Server(http.server.ThreadingHTTPServer):
+        def get_request(self):
+            connection, address = self.socket.accept()
+            if context is not None:
+                log("handshake")
+                # A client that refuses the certificate ends here: the
+                # error is an OSError, which the server passes over.
+                connection = context.wrap_socket(connection, server_side=True)
+            return connection, address
+
     while True:
         try:
-            server = http.server.ThreadingHTTPServer(("127.0.0.1", free_port()), Handler)
+            server = Server(("127.0.0.1", free_port()), Handler)
             break
         except OSError:
             continue
@@ -145,8 +175,8 @@ def main():
     kind, root, port_file, log_file = sys.argv[1:5]
     threading.Timer(LIFETIME_SECONDS, lambda: os._exit(0)).start()
     log = make_logger(log_file)
-    if kind == "http":
-        serve_http(root, port_file, log)
+    if kind in ("http", "https"):
+        serve_http(root, port_file, log, tls=kind == "https")
     else:
         serve_ftp(root, port_file, log)
 

@@ -22,6 +22,8 @@ TEST(Terminal, KeysThatArriveTogetherAreEachTaken)
         {"up, space, down", "\x1b[A \x1b[B", {Key::Up, Key::Space, Key::Down}},
         {"a lone escape, then q", "\x1bq", {Key::Other, Key::Quit}},
         {"an unknown sequence is one key", "\x1b[Zq", {Key::Other, Key::Quit}},
+        {"the sentence keys, either case", "nbrsNBRSx", {Key::Next, Key::Back, Key::Repeat, Key::StopEach, Key::Next,
+                                                       Key::Back, Key::Repeat, Key::StopEach, Key::Other}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

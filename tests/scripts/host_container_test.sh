@@ -30,6 +30,25 @@ def speech(seconds, rate=22050):
     return out
 wav("speech.wav", speech(1.2))
 wav("long.wav", speech(5.0))
+def sentences(rate=16000):
+    # Five sentences of 4, 6, 3, 5 and 4 syllables (150 ms of a triangle
+    # wave, 60 ms apart), from 500, 2010, 4040, 5210 and 7130 ms: pauses of
+    # 700, 800, 600 and 900 ms. Integer arithmetic only.
+    out = [0] * (rate // 2)
+    for n, (syllables, pause) in enumerate(((4, 700), (6, 800), (3, 600), (5, 900), (4, 800))):
+        for s in range(syllables):
+            period = 100 + 7 * ((n * 5 + s) % 9)   # 119 to 160 Hz
+            count = rate * 150 // 1000
+            for i in range(count):
+                phase = i % period
+                triangle = phase if phase < period // 2 else period - phase
+                envelope = min(i, 320, count - i)
+                out.append((4 * triangle - period) * 50 * envelope // 320)
+            if s + 1 < syllables:
+                out += [0] * (rate * 60 // 1000)
+        out += [0] * (rate * pause // 1000)
+    return out
+wav("sentences.wav", sentences(), rate=16000)
 with open(f"{work}/not_riff.wav", "wb") as f:
     f.write(b"RIFX" + bytes(60))
 PY

@@ -18,8 +18,11 @@ libdir=$(sed -n 's/^libdir=\${prefix}\///p' "$prefix"/lib*/pkgconfig/tempvox.pc)
 with_codec=0
 [ -f "$build_dir/libvoxcodec.so" ] && with_codec=1
 
+# Outside /usr the Python package goes where Debian's interpreter of this
+# version looks for it.
+python_dir=lib/python$(/usr/bin/python3 -c 'import sys; print("%d.%d" % sys.version_info[:2])')/dist-packages
 expected=(bin/tempvox "$libdir/libtempvox.so" include/tempvox/host.h "$libdir/pkgconfig/tempvox.pc"
-          lib/python3/dist-packages/tempvox/__init__.py lib/python3/dist-packages/tempvox/control.py)
+          "$python_dir/tempvox/__init__.py" "$python_dir/tempvox/control.py" share/doc/tempvox/copyright)
 if [ $with_codec = 1 ]; then expected+=("$libdir/libvoxcodec.so"); fi
 for file in "${expected[@]}"; do
   [ -e "$prefix/$file" ] || { echo "FAIL: $file was not installed"; exit 1; }
@@ -47,6 +50,27 @@ preload=$(ldd "$prefix/$libdir/libtempvox.so" | awk '/lib(asan|ubsan|tsan)\.so/ 
 LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/speech.wav" --audio manual --level -20 --refined >"$work/host.out"
 grep -q "event PlayComplete" "$work/host.out" || { echo "FAIL: no PlayComplete"; cat "$work/host.out"; exit 1; }
 grep -q "profile 1" "$work/host.out" || { echo "FAIL: the profile was not set from C"; cat "$work/host.out"; exit 1; }
+# One sentence through the header's member ids: sentence 1 of three.
+python3 - "$work/sentences.wav" <<'PY'
+import math, struct, sys
+rate, samples = 16000, []
+for syllables in (0, 5, 7, 4):
+    for s in range(syllables):
+        count = rate * 150 // 1000
+        for i in range(count):
+            envelope = min(1.0, i / 320, (count - i) / 480)
+            phase = 2 * math.pi * (130 + 10 * s) * i / rate
+            samples.append(int(6000 * envelope * sum(math.sin(h * phase) / h for h in range(1, 9))))
+        samples += [0] * (rate * 60 // 1000)
+    samples += [0] * (rate * 700 // 1000)
+data = struct.pack("<%dh" % len(samples), *samples)
+head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, rate, 2 * rate, 2, 16)
+open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+PY
+LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/sentences.wav" --audio manual --sentence 1 >"$work/sentence.out" ||
+  { echo "FAIL: one sentence from C"; cat "$work/sentence.out"; exit 1; }
+grep -q "^sentence 1 of 3: " "$work/sentence.out" && grep -q "event PlayOneSentenceCompleted" "$work/sentence.out" &&
+  grep -qx "paused" "$work/sentence.out" || { echo "FAIL: one sentence from C"; cat "$work/sentence.out"; exit 1; }
 "$prefix/bin/tempvox" regsvr -u "$prefix/$libdir/libtempvox.so"
 if "$prefix/bin/tempvox" regsvr -u -s "$prefix/$libdir/libtempvox.so" 2>/dev/null; then
   echo "FAIL: unregistering twice succeeded"; exit 1
@@ -59,7 +83,8 @@ echo "ok   installed host played to PlayComplete through the registry"
 deb=$(ls "$work"/package/*.deb)
 dpkg-deb -c "$deb" | awk '{print $NF}' | sed 's|^\./||' >"$work/contents"
 wanted=(usr/bin/tempvox usr/include/tempvox/host.h "usr/$libdir/libtempvox.so" "usr/$libdir/pkgconfig/tempvox.pc"
-        usr/lib/python3/dist-packages/tempvox/__init__.py)
+        usr/lib/python3/dist-packages/tempvox/__init__.py usr/share/doc/tempvox/copyright
+        usr/share/doc/tempvox/README.Debian)
 if [ $with_codec = 1 ]; then wanted+=("usr/$libdir/libvoxcodec.so"); fi
 for file in "${wanted[@]}"; do
   grep -q -x "$file" "$work/contents" || { echo "FAIL: $file is not in the package"; cat "$work/contents"; exit 1; }
@@ -68,4 +93,14 @@ dpkg-deb -f "$deb" Package | grep -q -x tempvox
 # Unpacked, the package's tool runs and finds what it needs.
 dpkg-deb -x "$deb" "$work/root"
 "$work/root/usr/bin/tempvox" --help >/dev/null 2>&1
+# Stripped: no symbol table, no debug sections.
+for binary in "$work/root/usr/bin/tempvox" "$work/root/usr/$libdir/libtempvox.so"; do
+  if readelf -S "$binary" | grep -q -E '\.symtab|\.debug_'; then
+    echo "FAIL: $binary is not stripped"; exit 1
+  fi
+done
+# The system's python3 imports the package from where the package put it.
+(cd "$work" && PYTHONPATH="$work/root/usr/lib/python3/dist-packages" /usr/bin/python3 -c 'import tempvox, sys; sys.exit(0 if tempvox.Tempvox else 1)') ||
+  { echo "FAIL: the system python3 cannot import the packaged tempvox"; exit 1; }
+! ls "$work/root/usr/share/doc" | grep -q -v -x tempvox || { echo "FAIL: docs outside /usr/share/doc/tempvox"; exit 1; }
 echo "ok   $(basename "$deb") holds: ${wanted[*]}"

@@ -102,7 +102,7 @@ def script_lines(r, media):
         if choice == 6:
             return f"wait {pick(r, ['PlayComplete', 'CountWordFire', 'NewWordSpeedDone', 'Nothing'])} {r.choice([0, 30, 80])}"
         if choice == 7:
-            coordinate = lambda: str(r.choice([0, 5, 100, 400, 799, -1, -100000, 100000]))
+            coordinate = lambda: str(r.choice([0, 5, 100, 400, 799, -1, -100000, 100000, 2**31 - 1, -2**31]))
             return f"mouse {pick(r, ['down', 'move', 'up', 'sideways'])} {coordinate()} {coordinate()}" + \
                 (f" {r.choice([0, 1, 8, 65535])}" if r.random() < 0.3 else "")
         if choice == 8:

@@ -17,6 +17,8 @@ check() {  # check NAME EXPECTED ACTUAL
     passes=$((passes + 1))
   else
     echo "FAIL: $1: expected '$2', got '$3'"
+    # What the tool said on its last run tells why.
+    [ -s "$work/stderr" ] && sed 's/^/  stderr: /' "$work/stderr" | tail -n 20
     failures=$((failures + 1))
   fi
 }
@@ -98,7 +100,7 @@ before=$(snapshot)
 
 run_user() {  # run_user ARGS...: the installed tool as the ordinary user
   set +e
-  (cd "$work/out" && "${as_user[@]}" env HOME="$home" XDG_CACHE_HOME= "$installed" "$@" </dev/null >/dev/null 2>&1)
+  (cd "$work/out" && "${as_user[@]}" env HOME="$home" XDG_CACHE_HOME= "$installed" "$@" </dev/null >/dev/null 2>"$work/stderr")
   local s=$?
   set -e
   echo $s
@@ -108,7 +110,7 @@ signalled() {  # signalled SIGNAL SECONDS ARGS...
   local signal=$1 seconds=$2
   shift 2
   set +e
-  (cd "$work/out" && exec "${as_user[@]}" env HOME="$home" XDG_CACHE_HOME= "$installed" "$@" </dev/null >/dev/null 2>&1) &
+  (cd "$work/out" && exec "${as_user[@]}" env HOME="$home" XDG_CACHE_HOME= "$installed" "$@" </dev/null >/dev/null 2>"$work/stderr") &
   local pid=$!
   sleep "$seconds"
   kill -s "$signal" "$pid"

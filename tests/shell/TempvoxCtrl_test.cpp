@@ -210,3 +210,33 @@ TEST_F(ControlTest, WordSpeedRunsOnAWorkerAndAnswersTheMinute)
     ASSERT_EQ(EventIds(), std::vector<DISPID>{5});
     EXPECT_EQ(events[0].args[0].type, VarType::I4);
 }
+
+TEST_F(ControlTest, ViewRectanglesAtTheEndsOfTheRangeKeepTheirSize)
+{
+    // The host gives a corner and a size; however far out the corner, the
+    // view is made with that size (the far edge wraps and unwraps).
+    HWND parent = CreateMessageWindow(nullptr);
+    const int32_t parentHandle = static_cast<int32_t>(reinterpret_cast<uintptr_t>(parent));
+    struct Case {
+        int32_t x, y, cx, cy;
+    };
+    const Case cases[] = {
+        {10, 10, 300, 200},
+        {2000, -1, 64, 0},
+        {INT32_MAX, INT32_MAX, 1, 1},
+        {INT32_MAX - 5, 0, 300, 20},
+        {INT32_MIN, INT32_MIN + 1, 40, 30},
+        {-1, INT32_MIN, 300, 200},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.x) + "," + std::to_string(c.y));
+        CTempvoxCtrl viewHost;
+        ASSERT_TRUE(viewHost.CreateWavViewWnd(c.x, c.y, c.cx, c.cy, parentHandle));
+        HWND view = reinterpret_cast<HWND>(static_cast<uintptr_t>(static_cast<uint32_t>(viewHost.GetWavViewCtrlHwnd())));
+        RECT client{};
+        ASSERT_TRUE(GetClientRect(view, &client));
+        EXPECT_EQ(client.right - client.left, c.cx);
+        EXPECT_EQ(client.bottom - client.top, c.cy);
+    }
+    DestroyWindow(parent);
+}
