@@ -176,7 +176,7 @@ BOOL CWavOut::StartPlay(const char* path)
             m_resumeTick = 0;
             m_pauseTick = 0;
             m_spanStartTick = GetTickCount();
-            CountFirstTenSeconds();
+            CountRefinedFirstTenSeconds();
         }
     }
     for (int i = 0; i < kBufferCount && !IsRefined(); ++i) {

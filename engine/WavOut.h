@@ -6,6 +6,7 @@
 #include "dsp/NoiseMix.h"
 #include "dsp/SpeedChanger.h"
 #include "dsp/WordCounter.h"
+#include "dsp/SyllableRate.h"
 #include "engine/HeardPosition.h"
 #include "engine/TempoStage.h"
 #include "engine/WaveReader.h"
@@ -64,7 +65,14 @@ public:
     // Starts an estimate of the speaking rate on a worker thread, which
     // posts WM_WORDSPEEDDONE; answers the minute of play the stretch was
     // taken for. Throws CFileException when the file can't be opened again.
+    // In the refined profile the estimate is the words per minute of the
+    // stretch by its syllables (fEpWordNum is not used).
     int32_t GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan);
+    // Syllables per word for the refined profile's word counts: the live
+    // count takes it at the next StartPlay, GetWordSpeedByAsyn at once.
+    // The caller checks it with IsSyllablesPerWordValid.
+    void SetSyllablesPerWord(double ratio) { m_syllablesPerWord = ratio; }
+    double GetSyllablesPerWord() const { return m_syllablesPerWord.load(); }
     void SetCountWordTimeSpan(int32_t ms) { m_spanMs = ms; }
     int32_t GetCountWordTimeSpan() const { return m_spanMs; }
 
@@ -129,6 +137,7 @@ private:
     uint32_t RefinedCurrentPlayTime() const;
     uint32_t RefinedTotalPlayTime() const;
     void RefinedSetCurrentPlayTime(uint32_t curTime);
+    void CountRefinedFirstTenSeconds();
 
     bool OpenWaveFile(const char* path);
     void ClearFileState();
@@ -167,6 +176,11 @@ private:
     uint64_t m_outputWritten = 0;
     std::atomic<bool> m_bInputDone{false};
     std::atomic<int64_t> m_timeOverrideMs{-1};
+    // The refined live word count: syllables of the blocks as read, turned
+    // into whole words. Used where the blocks are filled.
+    CSyllableCounter m_syllables;
+    CWordTally m_wordTally;
+    std::atomic<double> m_syllablesPerWord{kDefaultSyllablesPerWord};
     WavChunkHead m_dataChunk{};
     uint32_t m_factExtra = 0;
     std::atomic<uint16_t> m_state{0};

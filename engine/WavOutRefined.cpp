@@ -7,9 +7,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
+#include <vector>
 
 #include "dsp/GainVolume.h"
-#include "dsp/WordCounter.h"
+#include "dsp/SyllableRate.h"
+#include "platform/Debug.h"
+#include "platform/Messages.h"
 #include "riff/WaveLayout.h"
 #include "shell/MessageCatalogue.h"
 
@@ -87,6 +91,9 @@ void CWavOut::StartRefinedPipeline()
                       m_bufferCapacity);
     m_tempo.Restart(0);
     m_heard.Clear(0.0);
+    m_syllables.Configure(m_format.samplesPerSec, m_format.channels);
+    m_wordTally.SetSyllablesPerWord(m_syllablesPerWord.load());
+    m_wordTally.Clear();
     m_outputWritten = 0;
     m_bInputDone = false;
     m_timeOverrideMs = -1;
@@ -125,9 +132,8 @@ uint32_t CWavOut::FillRefinedBlock(uint8_t* data)
 {
     bool last = false;
     const uint32_t read = ReadRefinedBlock(data, last);
-    if (!m_bJustPlay) {
-        m_wordCount += m_wordStage.Count(data, read);
-    }
+    // The live count: words by the syllables of the file's own samples.
+    if (!m_bJustPlay) m_wordCount += int32_t(m_wordTally.Add(m_syllables.FeedBytes(data, read, m_format.bitsPerSample)));
     const int64_t stageStart = m_tempo.OutputFrames();
     const uint32_t bytes = m_tempo.Run(data, read, m_bufferCapacity, m_speedLevel.load(), last);
     RecordHeardMarks(stageStart, bytes);
@@ -138,6 +144,7 @@ uint32_t CWavOut::FillRefinedBlock(uint8_t* data)
         const uint64_t start = MsToDataByte(m_loopStartMs.load());
         m_file.Seek(static_cast<int64_t>(start), CFile::begin);
         m_tempo.Restart(static_cast<int64_t>((start - m_dataStart) / m_format.blockAlign));
+        m_syllables.Reset();
     } else if (last) {
         m_bInputDone = true;
     }
@@ -162,6 +169,7 @@ bool CWavOut::RefillRefined()
     uint64_t passed = m_outputWritten;
     if (waveOutGetPosition(m_hWaveOut, &passed) == MMSYSERR_NOERROR) m_outputWritten = passed;
     m_tempo.Restart(ReadFrame());
+    m_syllables.Reset();
     m_bInputDone = false;
     for (WAVEHDR& header : m_headers) waveOutUnprepareHeader(m_hWaveOut, &header, sizeof(WAVEHDR));
     m_bStopping = false;
@@ -180,6 +188,31 @@ bool CWavOut::RefillRefined()
         if (!m_bSuspended) WriteToDevice(m_hWaveOut, header);
     }
     return true;
+}
+
+// The opening ten seconds by their syllables, reported at once like the
+// classic count; the file position is left where it was.
+void CWavOut::CountRefinedFirstTenSeconds()
+{
+    const uint64_t notedPosition = m_file.GetPosition();
+    const uint64_t end = std::min<uint64_t>(m_dataEnd, m_dataStart + 10ull * m_format.avgBytesPerSec);
+    auto counter = std::make_unique<CSyllableCounter>();
+    counter->Configure(m_format.samplesPerSec, m_format.channels);
+    std::vector<uint8_t> piece(std::max<uint32_t>(m_readSize, m_format.blockAlign));
+    m_file.Seek(m_dataStart, CFile::begin);
+    for (uint64_t at = m_dataStart; at < end;) {
+        const uint32_t got = m_file.Read(piece.data(), uint32_t(std::min<uint64_t>(piece.size(), end - at)));
+        if (got == 0) break;
+        counter->FeedBytes(piece.data(), got, m_format.bitsPerSample);
+        at += got;
+    }
+    counter->Finish();
+    CWordTally tally;
+    tally.SetSyllablesPerWord(m_syllablesPerWord.load());
+    const uint32_t words = tally.Add(uint32_t(counter->Nuclei()));
+    SendMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(words), 10000);
+    OutputDebugStringA("ten sec count word\n");
+    m_file.Seek(static_cast<int64_t>(notedPosition), CFile::begin);
 }
 
 // ---------------------------------------------------------------- time

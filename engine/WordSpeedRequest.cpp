@@ -2,10 +2,13 @@
 // thread and estimated on a worker thread of its own.
 #include "engine/WavOut.h"
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <new>
 #include <vector>
 
+#include "dsp/SyllableRate.h"
 #include "dsp/WordSpeed.h"
 #include "platform/Exceptions.h"
 #include "platform/Messages.h"
@@ -22,12 +25,25 @@ struct WordSpeedJob {
     float wordsPerSegment = 0.0f;
     int32_t timeSpan = 0;
     HWND notifyWnd = nullptr;
+    // Refined: words per minute by the syllables, over the stretch's speech.
+    bool bySyllables = false;
+    uint32_t samplesPerSec = 0;
+    double syllablesPerWord = kDefaultSyllablesPerWord;
 };
+
+int32_t EstimateBySyllables(const WordSpeedJob& job)
+{
+    const SpeakingRate rate = MeasureSpeakingRate(job.samples.data(), job.samples.size(), job.samplesPerSec,
+                                                  job.channels, job.bitsPerSample);
+    return int32_t(std::lround(rate.WordsPerMinute(job.syllablesPerWord)));
+}
 
 void WordSpeedWorker(std::unique_ptr<WordSpeedJob> job)
 {
-    int32_t estimate = EstimateWordSpeed(job->samples.data(), static_cast<uint32_t>(job->samples.size()),
-                                         job->channels, job->bitsPerSample, job->wordsPerSegment, job->timeSpan);
+    int32_t estimate = job->bySyllables
+                           ? EstimateBySyllables(*job)
+                           : EstimateWordSpeed(job->samples.data(), static_cast<uint32_t>(job->samples.size()),
+                                               job->channels, job->bitsPerSample, job->wordsPerSegment, job->timeSpan);
     // A window destroyed in the meantime is a stale handle: the post fails.
     if (job->notifyWnd != nullptr) PostMessageA(job->notifyWnd, WM_WORDSPEEDDONE, static_cast<WPARAM>(estimate), 0);
 }
@@ -52,7 +68,17 @@ int32_t CWavOut::GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan)
     request.fileLength = static_cast<int64_t>(stretchFile.GetLength());
     request.timeSpan = timeSpan;
     WordSpeedStretch stretch = PlanWordSpeedStretch(request);
-    std::atomic_ref<uint32_t>(m_dataChunk.length).store(stretch.dataChunkLength);
+    if (IsRefined()) {
+        // The same stretch, n seconds into the samples, found by the data
+        // chunk's own place rather than from the end of the file, which a
+        // chunk after the samples would move.
+        const uint64_t start = std::min<uint64_t>(MsToDataByte(stretch.n * 1000u), m_dataEnd);
+        const uint64_t wanted = timeSpan > 0 ? uint64_t(timeSpan) * m_format.avgBytesPerSec : 0;
+        stretch.seekFromEnd = int64_t(start) - request.fileLength;
+        stretch.size = uint32_t(std::min<uint64_t>(wanted, m_dataEnd - start));
+    } else {
+        std::atomic_ref<uint32_t>(m_dataChunk.length).store(stretch.dataChunkLength);
+    }
 
     std::vector<uint8_t> samples;
     try {
@@ -78,6 +104,9 @@ int32_t CWavOut::GetWordSpeedByAsyn(float fEpWordNum, int32_t timeSpan)
     job->wordsPerSegment = fEpWordNum;
     job->timeSpan = timeSpan;
     job->notifyWnd = notify;
+    job->bySyllables = IsRefined();
+    job->samplesPerSec = m_format.samplesPerSec;
+    job->syllablesPerWord = m_syllablesPerWord.load();
     auto shared = std::make_shared<std::unique_ptr<WordSpeedJob>>(std::move(job));
     if (!platform::StartDetachedThread([shared] { WordSpeedWorker(std::move(*shared)); })) {
         if (notify != nullptr) PostMessageA(notify, WM_WORDSPEEDDONE, 0, 0);

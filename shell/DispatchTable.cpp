@@ -68,6 +68,10 @@ const std::vector<MemberInfo>& ControlMembers()
         {39, "GetSentenceEnd", V::I4, {{"index", V::I4}}, false},
         {40, "GetSentenceAt", V::I4, {{"timeMs", V::I4}}, false},
         {41, "PlaySentence", V::Bool, {{"index", V::I4}}, false},
+        // The speaking rate: syllables per second of a stretch of the file,
+        // and the syllables per word that turn it into words.
+        {42, "GetSpeakingRate", V::R4, {{"startMs", V::I4}, {"endMs", V::I4}}, false},
+        {43, "SetSyllablesPerWord", V::Empty, {{"ratio", V::R4}}, false},
     };
     return members;
 }

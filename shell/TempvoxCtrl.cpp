@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "engine/SpeakingRate.h"
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
 #include "platform/Debug.h"
@@ -582,6 +583,19 @@ Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Va
     case 39: return Variant::I4(GetSentenceEnd(a[0].intValue));
     case 40: return Variant::I4(GetSentenceAt(a[0].intValue));
     case 41: return Variant::Bool(PlaySentence(a[0].intValue));
+    case 42: {
+        const SpeakingRate rate = MeasureFileSpeakingRate(m_playFilePath, a[0].intValue, a[1].intValue);
+        return Variant::R4(static_cast<float>(rate.SyllablesPerSecond()));
+    }
+    case 43:
+        if (!IsSyllablesPerWordValid(a[0].floatValue)) {
+            char why[128];
+            std::snprintf(why, sizeof why, "syllables per word must be from %g to %g, got %g", kMinSyllablesPerWord,
+                          kMaxSyllablesPerWord, double(a[0].floatValue));
+            throw std::invalid_argument(why);
+        }
+        m_wavOut.SetSyllablesPerWord(a[0].floatValue);
+        return {};
     default:
         return {};
     }

@@ -10,6 +10,7 @@ int RunRenderCommand(const std::vector<std::string>& args);
 int RunEncodeCommand(const std::vector<std::string>& args);
 int RunViewCommand(const std::vector<std::string>& args);
 int RunRegsvrCommand(const std::vector<std::string>& args);
+int RunRateCommand(const std::vector<std::string>& args);
 int RunSegmentsCommand(const std::vector<std::string>& args);
 
 // Parses an --audio value ("alsa", "null", "manual", "capture:FILE").

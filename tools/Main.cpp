@@ -25,7 +25,9 @@ void PrintUsage()
                  "                                                  draw the waveform view to a PNG\n"
                  "  segments FILE [--min-pause MS] [--format json|srt|vtt|labels]\n"
                  "                                                  list the sentences of a recording\n"
-                 "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n");
+                 "  regsvr [-u] [-s] MODULE                         register (-u: unregister) a control module\n"
+                 "  rate FILE.wav [--per-sentence] [--syllables-per-word R]\n"
+                 "                                                  syllables per second and words per minute\n");
 }
 
 }  // namespace
@@ -49,6 +51,7 @@ int main(int argc, char** argv)
     if (command == "view") return RunViewCommand(args);
     if (command == "regsvr") return RunRegsvrCommand(args);
     if (command == "segments") return RunSegmentsCommand(args);
+    if (command == "rate") return RunRateCommand(args);
     if (command == "--help" || command == "-h" || command == "help") {
         PrintUsage();
         return 0;

@@ -158,7 +158,9 @@ enum {
     TEMPVOX_DISPID_GetSentenceStart = 38,
     TEMPVOX_DISPID_GetSentenceEnd = 39,
     TEMPVOX_DISPID_GetSentenceAt = 40,
-    TEMPVOX_DISPID_PlaySentence = 41
+    TEMPVOX_DISPID_PlaySentence = 41,
+    TEMPVOX_DISPID_GetSpeakingRate = 42,
+    TEMPVOX_DISPID_SetSyllablesPerWord = 43
 };
 
 /* Values of SetPlaybackProfile. */

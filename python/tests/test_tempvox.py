@@ -134,10 +134,11 @@ def test_registration_failures_name_the_step_that_failed(data_home):
 def test_members_are_methods_by_name_and_calls_are_checked(data_home):
     with Tempvox(module=MODULE) as player:
         # The original 34, the property last among them, then our own.
-        assert len(player.members) == 41
+        assert len(player.members) == 43
         assert player.members[0] == "StartPlay" and player.members[33] == "SetLanguageType"
         assert player.members[34:] == ["SetPlaybackProfile", "GetPlaybackProfile", "FindSentences",
-                                       "GetSentenceStart", "GetSentenceEnd", "GetSentenceAt", "PlaySentence"]
+                                       "GetSentenceStart", "GetSentenceEnd", "GetSentenceAt", "PlaySentence",
+                                       "GetSpeakingRate", "SetSyllablesPerWord"]
         assert player.events == ["PlayComplete", "CountWordFire", "ComputeSNREvent", "PlayOneSentenceCompleted",
                                  "NewWordSpeedDone"]
         for name in player.members:
@@ -174,6 +175,79 @@ def test_members_are_methods_by_name_and_calls_are_checked(data_home):
             player.SetPlaybackProfile(2)
         assert "profile" in str(raised.value)
         assert player.GetPlaybackProfile() == 1
+
+
+def syllables_wav(path, rate, channels, count, gap, lead=0.3):
+    """`count` syllables of 0.2 s (a 125 Hz triangle wave, 60 ms up, 80 ms
+    held, 60 ms down) `gap` seconds apart after `lead` seconds of silence,
+    and a second of silence at the end."""
+    frames = bytearray()
+    def level(t):
+        t -= lead
+        if t < 0 or t >= count * (0.2 + gap):
+            return 0.0
+        t %= 0.2 + gap
+        return min(t / 0.06, 1.0, max((0.2 - t) / 0.06, 0.0))
+    total = int((lead + count * (0.2 + gap) + 1.0) * rate)
+    for i in range(total):
+        phase = (i * 125 * 4 // rate) % 4 + (i * 125 * 4 % rate) / rate
+        triangle = phase - 1 if phase < 2 else 3 - phase
+        value = int(20000 * level(i / rate) * triangle)
+        frames += struct.pack("<h", value) * channels
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(channels)
+        out.setsampwidth(2)
+        out.setframerate(rate)
+        out.writeframes(bytes(frames))
+    return str(path)
+
+
+def test_speaking_rate_is_syllables_per_second_of_speech(data_home, tmp_path):
+    cases = [
+        # (rate, channels, syllables, gap): every gap is short enough to be
+        # speech, so the rate is the syllables over the time from the first
+        # syllable's start to the last one's end.
+        (22050, 1, 20, 0.1),
+        (44100, 2, 20, 0.1),
+        (16000, 1, 15, 0.25),
+    ]
+    with Tempvox(module=MODULE) as player:
+        for rate, channels, count, gap in cases:
+            path = syllables_wav(tmp_path / f"syllables-{rate}.wav", rate, channels, count, gap)
+            assert player.SetPlayFilePath(None, -1, path)
+            expected = count / (count * (0.2 + gap) - gap)
+            measured = player.GetSpeakingRate(0, 60000)
+            assert abs(measured - expected) <= 0.04 * expected, (rate, channels, measured, expected)
+            # The first 0.3 s are silence.
+            assert player.GetSpeakingRate(0, 300) == 0.0
+        for start, end in [(-1, 100), (500, 400)]:
+            with pytest.raises(TempvoxError) as raised:
+                player.GetSpeakingRate(start, end)
+            assert raised.value.hresult == tempvox._abi.DISP_E_EXCEPTION
+            assert "stretch" in str(raised.value)
+        player.SetPlayFilePath(None, -1, str(tmp_path / "missing.wav"))
+        with pytest.raises(TempvoxError):
+            player.GetSpeakingRate(0, 1000)
+
+
+def test_syllables_per_word_turns_refined_counts_into_words(data_home, tmp_path):
+    path = syllables_wav(tmp_path / "thirty.wav", 22050, 1, 30, 0.1)
+    for ratio, words in [(1.5, 20), (1.0, 30), (2.5, 12)]:
+        with Tempvox(module=MODULE, audio="manual") as player:
+            counts = []
+            player.connect("CountWordFire", lambda n, span: counts.append((n, span)))
+            player.SetSyllablesPerWord(ratio)
+            player.SetPlaybackProfile(1)
+            assert player.SetPlayFilePath(None, -1, path)
+            assert player.StartPlay()
+            # The whole file lies within the ten seconds reported at the start.
+            assert counts[0] == (words, 10000), ratio
+            player.StopPlay()
+    with Tempvox(module=MODULE) as player:
+        for bad in [0.0, -1.45, 0.5, 9.0, float("nan")]:
+            with pytest.raises(TempvoxError) as raised:
+                player.SetSyllablesPerWord(bad)
+            assert "syllables per word" in str(raised.value), bad
 
 
 def test_failure_of_a_callback_comes_out_of_the_pump(data_home, speech):

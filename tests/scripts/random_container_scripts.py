@@ -82,7 +82,9 @@ def script_lines(r, media):
         if choice == 23:
             return f"SetLanguageType = {integer(r, SHORT)}"
         if choice == 24:
-            return f"#{r.randint(-2, 40)}"
+            if r.random() < 0.3:
+                return pick(r, [f"GetSpeakingRate {integer(r)} {integer(r)}", f"SetSyllablesPerWord {pick(r, FLOAT)}"])
+            return f"#{r.randint(-2, 45)}"
         if choice == 25:
             return "DeleteAllDownedFile"
         return pick(r, ["GetPlayerState", "GetTotalPlayTime", "GetCurrentPlayTime", "GetVolume",
