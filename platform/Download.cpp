@@ -154,6 +154,18 @@ CURLcode RunUntilDoneOrCancelled(CURL* handle)
     return code;
 }
 
+// What the transport said about the last transfer on this thread: the
+// HTTP status of a refusal, or libcurl's own words for a failure.
+thread_local std::string t_lastDetail;
+
+std::string DetailOfTransfer(CURL* handle, CURLcode code)
+{
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    if (code == CURLE_HTTP_RETURNED_ERROR && status >= 400) return "HTTP " + std::to_string(status);
+    return code == CURLE_OK ? std::string() : curl_easy_strerror(code);
+}
+
 HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limits)
 {
     CURL* handle = curl_easy_init();
@@ -175,6 +187,7 @@ HRESULT Transfer(const std::string& url, FILE* file, const DownloadLimits& limit
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, WriteToFile);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, file);
     CURLcode code = RunUntilDoneOrCancelled(handle);
+    t_lastDetail = DetailOfTransfer(handle, code);
     curl_easy_cleanup(handle);
     if (g_cancelled.load()) return kDownloadCancelled;
     return ResultOfTransfer(code);
@@ -192,6 +205,11 @@ void SetDownloadObserver(DownloadObserver observer)
 HRESULT LastDownloadResult()
 {
     return t_lastResult;
+}
+
+std::string LastDownloadDetail()
+{
+    return t_lastDetail;
 }
 
 const char* DescribeDownloadResult(HRESULT result)
@@ -253,6 +271,7 @@ HRESULT DownloadToFileOnce(const std::string& url, const std::string& target, co
 
 HRESULT DownloadToFile(const std::string& url, const std::string& target, const DownloadLimits& limits)
 {
+    t_lastDetail.clear();
     t_lastResult = DownloadToFileOnce(url, target, limits);
     return t_lastResult;
 }

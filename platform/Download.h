@@ -27,6 +27,11 @@ constexpr HRESULT kDownloadUntrusted = static_cast<HRESULT>(0x800C0019u);
 // and a short text for a result, for tools that tell their user why.
 HRESULT LastDownloadResult();
 const char* DescribeDownloadResult(HRESULT result);
+// The transport's own account of the last failed download on the calling
+// thread: "HTTP 404" for a status the server refused with, else libcurl's
+// text ("Couldn't connect to server"); empty after a success or when no
+// transfer was tried.
+std::string LastDownloadDetail();
 
 // Stops every download in progress within a few hundredths of a second, and
 // makes every download started later fail with kDownloadCancelled before it

@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libasound2-dev libcurl4-openssl-dev
+  libasound2-dev libcurl4-openssl-dev libcli11-dev
   libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
   libgtk-3-dev
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg

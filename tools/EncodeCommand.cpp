@@ -6,11 +6,12 @@
 #include <iterator>
 
 #include "codec/VoxAdpcm.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 
 namespace {
-
-const char kEncodeUsage[] = "usage: tempvox encode IN.wav OUT.wzq [--variant ZQ|ZR] [--frame-bytes N]\n";
 
 struct PcmAudio {
     int16_t channels = 0;
@@ -89,39 +90,29 @@ bool ParseFrameBytes(const std::string& text, uint32_t& frameBytes)
 
 int RunEncodeCommand(const std::vector<std::string>& args)
 {
-    std::vector<std::string> files;
+    CLI::App app{"Encodes 16-bit PCM as wzq.", "tempvox encode"};
+    SetUpCommand(app);
+    std::string input;
+    std::string output;
+    std::string variant = "ZQ";
+    std::string frameBytes;
+    app.add_option("input", input, "16-bit PCM wave file")->required()->type_name("IN.wav");
+    app.add_option("output", output, "the wzq file to write")->required()->type_name("OUT.wzq");
+    app.add_option("--variant", variant, "ZQ (default) or ZR")->check(CLI::IsMember({"ZQ", "ZR"}));
+    app.add_option("--frame-bytes", frameBytes, "bytes of each frame")->type_name("N");
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
     voxadpcm::StreamHeader header;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--variant" && i + 1 < args.size()) {
-            const std::string& name = args[++i];
-            if (name != "ZQ" && name != "ZR") {
-                std::fprintf(stderr, "tempvox encode: the variant is ZQ or ZR, not '%s'\n", name.c_str());
-                return 2;
-            }
-            header.variant = name == "ZR" ? voxadpcm::Variant::ZR : voxadpcm::Variant::ZQ;
-        } else if (args[i] == "--frame-bytes" && i + 1 < args.size()) {
-            if (!ParseFrameBytes(args[++i], header.frameBytes)) {
-                std::fprintf(stderr, "tempvox encode: bad frame size '%s'\n", args[i].c_str());
-                return 2;
-            }
-        } else if (args[i].rfind("--", 0) == 0) {
-            std::fprintf(stderr, "tempvox encode: unknown option '%s'\n%s", args[i].c_str(), kEncodeUsage);
-            return 2;
-        } else {
-            files.push_back(args[i]);
-        }
-    }
-    if (files.size() != 2) {
-        std::fputs(kEncodeUsage, stderr);
-        return 2;
-    }
+    header.variant = variant == "ZR" ? voxadpcm::Variant::ZR : voxadpcm::Variant::ZQ;
+    if (!frameBytes.empty() && !ParseFrameBytes(frameBytes, header.frameBytes))
+        return UsageError(app, "bad frame size '" + frameBytes + "'");
+    const std::vector<std::string> files = {input, output};
 
+    if (const std::optional<Failure> failure = CheckInputFile(input)) return ReportFailure("encode", input, *failure);
+    if (const std::optional<Failure> failure = CheckOutputPath(output)) return ReportFailure("encode", output, *failure);
     PcmAudio audio;
     std::string error;
-    if (!ReadPcmWav(files[0], audio, error)) {
-        std::fprintf(stderr, "tempvox encode: %s\n", error.c_str());
-        return 1;
-    }
+    if (!ReadPcmWav(files[0], audio, error))
+        return ReportFailure("encode", input, Failure{kExitUnsupported, error + " (encode takes 16-bit PCM WAV)"});
     header.channels = audio.channels;
     header.sampleRate = audio.sampleRate;
     const std::vector<uint8_t> stream = voxadpcm::EncodeStream(header, audio.samples, &error);
@@ -132,10 +123,7 @@ int RunEncodeCommand(const std::vector<std::string>& args)
     std::ofstream out(files[1], std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(stream.data()), std::streamsize(stream.size()));
     out.close();
-    if (!out) {
-        std::fprintf(stderr, "tempvox encode: cannot write '%s'\n", files[1].c_str());
-        return 1;
-    }
+    if (!out) return ReportFailure("encode", output, Failure{kExitCannotWrite, "cannot be written"});
     std::printf("%s: %zu samples, %d channel(s) at %u Hz, %u frames of %u bytes (%s)\n", files[1].c_str(),
                 audio.samples.size(), int(header.channels), header.sampleRate, header.frameCount, header.frameBytes,
                 header.variant == voxadpcm::Variant::ZR ? "ZR" : "ZQ");

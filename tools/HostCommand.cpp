@@ -23,7 +23,9 @@
 #include "platform/Window.h"
 #include "media/AudioLocator.h"
 #include "shell/TempvoxCtrl.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
 #include "tools/HostScript.h"
 #include "tools/Json.h"
 
@@ -453,33 +455,24 @@ void Container::RunSnapshot(const std::vector<Token>& tokens)
     if (!platform::WritePng(path, picture)) EmitError("snapshot: cannot write " + path);
 }
 
-bool ParseHostOptions(const std::vector<std::string>& args, HostOptions& options)
+// Nothing when the container should run, else the status to exit with.
+std::optional<int> ParseHostOptions(const std::vector<std::string>& args, HostOptions& options)
 {
-    options.audio.backend = platform::AudioBackend::Null;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        bool hasValue = i + 1 < args.size();
-        if (arg == "--audio" && hasValue) {
-            if (!ParseAudioOption(args[++i], options.audio)) return false;
-        } else if (arg == "--clock" && hasValue) {
-            std::string value = args[++i];
-            if (value != "real" && value != "manual") {
-                std::fprintf(stderr, "tempvox host: --clock takes real or manual\n");
-                return false;
-            }
-            options.manualClock = value == "manual";
-        } else if (arg == "--debug") {
-            options.debug = true;
-        } else if (arg == "--script" && hasValue) {
-            options.script = args[++i];
-        } else {
-            std::fprintf(stderr,
-                         "usage: tempvox host [--audio manual|null|alsa|capture:FILE] [--clock real|manual] "
-                         "[--debug] [--script FILE]\n");
-            return false;
-        }
-    }
-    return true;
+    CLI::App app{"The control's test container: reads a script of member calls and prints JSON lines.",
+                 "tempvox host"};
+    SetUpCommand(app);
+    std::string audioName = "null";
+    std::string clock = "real";
+    app.add_option("--audio", audioName, "output device: manual, null (default), alsa or capture:FILE")
+        ->type_name("DEVICE");
+    app.add_option("--clock", clock, "real (default) or manual")->check(CLI::IsMember({"real", "manual"}));
+    app.add_flag("--debug", options.debug, "print the engine's debug lines");
+    app.add_option("--script", options.script, "read the script from FILE rather than standard input")
+        ->type_name("FILE");
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return status;
+    if (!ParseAudioOption(audioName, options.audio)) return kExitUsage;
+    options.manualClock = clock == "manual";
+    return std::nullopt;
 }
 
 }  // namespace
@@ -487,7 +480,7 @@ bool ParseHostOptions(const std::vector<std::string>& args, HostOptions& options
 int RunHostCommand(const std::vector<std::string>& args)
 {
     HostOptions options;
-    if (!ParseHostOptions(args, options)) return 2;
+    if (const std::optional<int> status = ParseHostOptions(args, options)) return *status;
     platform::SetAudioBackend(options.audio);
     platform::ManualClock manualClock(0);
     if (options.manualClock) platform::SetClock(&manualClock);

@@ -12,22 +12,21 @@
 #include "platform/Termination.h"
 #include "media/AudioLocator.h"
 #include "platform/Window.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 #include "tools/PlaySettings.h"
 #include "tools/SentenceSteps.h"
 
 namespace {
 
-const char* kPlayUsage =
-    "usage: tempvox play FILE|URL [--level N] [--volume N] [--loop START END] [--noise FILE] [--just-play]\n"
-    "                   [--audio alsa|null|capture:OUT.wav] [--view] [--shadow[=K]]\n"
-    "keys: space pause/resume, left/right jump 5 s, up/down tempo one step (0.5x to 2.0x), q stop\n"
-    "      n next sentence, b back a sentence (or to this one's start after 1 s), r repeat it,\n"
-    "      s pause after each sentence (on/off)\n"
-    "--shadow[=K] plays each sentence, then pauses K times its length (default 1) for you to repeat it\n"
-    "--classic plays as the original control did; the refined profile is the default\n"
+const char* kPlayFooter =
+    "Keys on a terminal: space pause/resume, left/right jump 5 s, up/down tempo one step (0.5x to 2.0x), q stop;\n"
+    "n next sentence, b back a sentence (or to this one's start after 1 s), r repeat it,\n"
+    "s pause after each sentence (on/off).\n"
     "--view shows the waveform in a window: drag to select a section, which then plays in a loop;\n"
-    "       right-click the selection to save it; the window stays until closed\n";
+    "right-click the selection to save it; the window stays until closed.";
 
 // Levels whose tempo a listener can tell apart from the next: 0.5x to 2.0x
 // in steps of about a tenth (the level table: below 0 the factor is
@@ -160,53 +159,33 @@ int RunWithView(CTempvoxCtrl& control, bool& ended)
 
 int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool withView, double shadowFactor);
 
-// "--shadow" or "--shadow=K", K from 0.1 to 10; false for anything else.
-bool ParseShadowOption(const std::string& arg, double& factor)
-{
-    if (arg == "--shadow") {
-        factor = 1.0;
-        return true;
-    }
-    if (arg.rfind("--shadow=", 0) != 0) return false;
-    char* end = nullptr;
-    const std::string value = arg.substr(9);
-    factor = std::strtod(value.c_str(), &end);
-    return !value.empty() && *end == '\0' && factor >= 0.1 && factor <= 10.0;
-}
-
 int RunPlayCommand(const std::vector<std::string>& args)
 {
+    CLI::App app{"Plays a recording to its end.", "tempvox play"};
+    SetUpCommand(app, kPlayFooter);
     PlaySettings settings;
-    std::vector<std::string> rest;
-    if (!ParsePlaySettings(args, settings, rest, "play")) {
-        std::fputs(kPlayUsage, stderr);
-        return 2;
-    }
-    platform::AudioBackendConfig audio;
-    bool audioGiven = false;
+    AddPlaySettingsOptions(app, settings);
+    std::string audioName;
     bool withView = false;
     double shadowFactor = 0.0;
-    for (size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == "--view") {
-            withView = true;
-        } else if (rest[i].rfind("--shadow", 0) == 0) {
-            if (!ParseShadowOption(rest[i], shadowFactor)) {
-                std::fprintf(stderr, "tempvox play: --shadow=K wants K from 0.1 to 10, got '%s'\n", rest[i].c_str());
-                return 2;
-            }
-        } else if (rest[i] == "--audio" && i + 1 < rest.size()) {
-            if (!ParseAudioOption(rest[++i], audio)) return 2;
-            audioGiven = true;
-        } else {
-            std::fprintf(stderr, "tempvox play: unknown option '%s'\n%s", rest[i].c_str(), kPlayUsage);
-            return 2;
-        }
+    app.add_option("--audio", audioName, "output device: alsa, alsa:DEVICE, null or capture:OUT.wav")
+        ->type_name("DEVICE");
+    app.add_flag("--view", withView, "show the waveform in a window");
+    app.add_option("--shadow", shadowFactor,
+                   "after each sentence pause K times its length (default 1) for you to repeat it")
+        ->expected(0, 1)
+        ->default_str("1")
+        ->type_name("K")
+        ->check(CLI::Range(0.1, 10.0));
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
+    platform::AudioBackendConfig audio;
+    if (audioName.empty()) {
+        audio = DefaultAudioBackend();
+    } else if (!ParseAudioOption(audioName, audio)) {
+        return kExitUsage;
     }
-    if (!audioGiven) audio = DefaultAudioBackend();
-    if (audio.backend == platform::AudioBackend::Manual) {
-        std::fprintf(stderr, "tempvox play: the manual device is for tests; use alsa, null or capture\n");
-        return 2;
-    }
+    if (audio.backend == platform::AudioBackend::Manual)
+        return UsageError(app, "the manual device is for tests; use alsa, null or capture");
     platform::SetAudioBackend(audio);
 
     std::string tempFolder;
@@ -237,7 +216,7 @@ int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool wi
         if (id == 1) ended = true;
         if (id == 4 && steps) steps->OnSentenceDone();
     });
-    if (!ApplyPlaySettings(control, settings, "play")) return 1;
+    if (const int status = ApplyPlaySettings(control, settings, "play"); status != kExitOk) return status;
     if (withView) return RunWithView(control, ended);
     // Sentence keys (and shadowing) on the sentences found in the file.
     steps = std::make_unique<CSentenceSteps>(control, shadowFactor);
@@ -246,8 +225,8 @@ int PlayWithControl(CTempvoxCtrl& control, const PlaySettings& settings, bool wi
         return 1;
     }
     if (!steps->Start()) {
-        std::fprintf(stderr, "tempvox play: cannot play '%s'\n", settings.source.c_str());
-        return 1;
+        return ReportStartFailure(control, settings, "play",
+                                  Failure{kExitDevice, "the sound device cannot be opened (absent or busy)"});
     }
 
     platform::RawKeyboard keyboard;

@@ -1,25 +1,20 @@
 #include "tools/PlaySettings.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
 #include "platform/Download.h"
 #include "platform/Messages.h"
 #include "platform/Termination.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 #include "tools/SourceNotes.h"
 
 namespace {
-
-bool ParseInt(const std::string& text, int low, int high, int& out)
-{
-    char* end = nullptr;
-    long value = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || value < low || value > high) return false;
-    out = static_cast<int>(value);
-    return true;
-}
 
 // "http://host:port/path" becomes the server part with its scheme, host and
 // port, and the path on it; the port argument is then not used.
@@ -36,52 +31,63 @@ bool SplitRemote(const std::string& source, std::string& address, std::string& p
     return false;
 }
 
-}  // namespace
-
-bool ParsePlaySettings(const std::vector<std::string>& args, PlaySettings& settings,
-                       std::vector<std::string>& rest, const char* command)
+// Says why the control would not take `source`, after its own box: the
+// download's failure for an address, else what is wrong with the file.
+int ReportSourceFailure(const std::string& source, bool remote, const char* command)
 {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        bool hasValue = i + 1 < args.size();
-        if (arg == "--level" && hasValue) {
-            if (!ParseInt(args[++i], -60, 50, settings.level)) {
-                std::fprintf(stderr, "tempvox %s: --level takes -60 to 50\n", command);
-                return false;
-            }
-        } else if (arg == "--volume" && hasValue) {
-            if (!ParseInt(args[++i], 0, 100, settings.volume)) {
-                std::fprintf(stderr, "tempvox %s: --volume takes 0 to 100\n", command);
-                return false;
-            }
-        } else if (arg == "--loop" && i + 2 < args.size()) {
-            if (!ParseInt(args[i + 1], 0, INT32_MAX, settings.loopStartMs) ||
-                !ParseInt(args[i + 2], 0, INT32_MAX, settings.loopEndMs) || settings.loopEndMs <= settings.loopStartMs) {
-                std::fprintf(stderr, "tempvox %s: --loop takes START END in milliseconds, END above START\n", command);
-                return false;
-            }
-            settings.loop = true;
-            i += 2;
-        } else if (arg == "--noise" && hasValue) {
-            settings.noise = args[++i];
-        } else if (arg == "--just-play") {
-            settings.justPlay = true;
-        } else if (arg == "--classic") {
-            settings.classic = true;
-        } else if (arg.rfind("--", 0) != 0 && settings.source.empty()) {
-            settings.source = arg;
-        } else {
-            rest.push_back(arg);
+    if (remote) {
+        const HRESULT download = platform::LastDownloadResult();
+        if (download != 0) {
+            std::string reason = platform::DescribeDownloadResult(download);
+            const std::string detail = platform::LastDownloadDetail();
+            if (!detail.empty()) reason += " (" + detail + ")";
+            return ReportFailure(command, source, Failure{kExitNetwork, reason});
         }
+    } else if (const std::optional<Failure> failure = CheckInputFile(source)) {
+        return ReportFailure(command, source, *failure);
     }
-    if (settings.source.empty()) {
-        std::fprintf(stderr, "tempvox %s: no audio file given\n", command);
-        return false;
-    }
-    return true;
+    return ReportFailure(command, source, Failure{kExitUnsupported, std::string("not audio tempvox can play; ") + kSupportedInputs});
 }
 
-bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, const char* command)
+// "RIFF" and "WAVE" where a wave file has them.
+bool HasWaveHead(const std::string& path)
+{
+    char head[12] = {};
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return false;
+    const size_t got = std::fread(head, 1, sizeof head, file);
+    std::fclose(file);
+    return got == sizeof head && std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0;
+}
+
+}  // namespace
+
+void AddPlaySettingsOptions(CLI::App& app, PlaySettings& settings)
+{
+    app.add_option("source", settings.source, "a local file, or an http://, https:// or ftp:// address")
+        ->required()
+        ->type_name("FILE|URL");
+    app.add_option("--level", settings.level, "tempo level, -60 (0.5x) to 50 (2.0x); 0 is the recorded tempo")
+        ->check(CLI::Range(-60, 50));
+    app.add_option("--volume", settings.volume, "volume, 0 to 100")->check(CLI::Range(0, 100));
+    app.add_option_function<std::vector<int>>(
+           "--loop",
+           [&settings](const std::vector<int>& bounds) {
+               if (bounds[1] <= bounds[0]) throw CLI::ValidationError("--loop", "END must be above START");
+               settings.loop = true;
+               settings.loopStartMs = bounds[0];
+               settings.loopEndMs = bounds[1];
+           },
+           "play the section from START to END ms again and again")
+        ->expected(2)
+        ->type_name("START END")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--noise", settings.noise, "mix this recording in as background noise")->type_name("FILE");
+    app.add_flag("--just-play", settings.justPlay, "switch word counting off");
+    app.add_flag("--classic", settings.classic, "play as the original control did (the refined profile is the default)");
+}
+
+int ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, const char* command)
 {
     std::string address;
     std::string path;
@@ -105,18 +111,9 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
         control.SetDecodeProgress(nullptr);
     }
     // Stopped by a signal while it was decoded: nothing more to say or do.
-    if (platform::TerminationSignal() != 0) return false;
+    if (platform::TerminationSignal() != 0) return kExitFailure;
     PrintDecodeNotes(control.LastDecode(), settings.source, command);
-    if (!named) {
-        const HRESULT download = platform::LastDownloadResult();
-        if (remote && download != 0) {
-            std::fprintf(stderr, "tempvox %s: cannot use '%s': %s\n", command, settings.source.c_str(),
-                         platform::DescribeDownloadResult(download));
-        } else {
-            std::fprintf(stderr, "tempvox %s: cannot use '%s'\n", command, settings.source.c_str());
-        }
-        return false;
-    }
+    if (!named) return ReportSourceFailure(settings.source, remote, command);
     CWavOut& engine = control.Engine();
     engine.SetChangeSpeedLevel(static_cast<int16_t>(settings.level));
     engine.SetVolume(settings.volume);
@@ -126,7 +123,28 @@ bool ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, cons
         engine.LoadMixSound(settings.noise.c_str());
         engine.SetMixerFlag(TRUE);
     }
-    return true;
+    return kExitOk;
+}
+
+int ReportStartFailure(CTempvoxCtrl& control, const PlaySettings& settings, const char* command,
+                       const Failure& deviceFailure)
+{
+    std::string address;
+    std::string path;
+    const bool remote = SplitRemote(settings.source, address, path);
+    if (!remote) {
+        if (const std::optional<Failure> failure = CheckInputFile(settings.source))
+            return ReportFailure(command, settings.source, *failure);
+    }
+    // A file that had to be decoded and could not be; or one taken as a
+    // wave file as it stands, whose head the engine refused.
+    const bool decodedNothing = !control.LastDecode().reason.empty() && control.LastDecode().wavPath.empty();
+    const bool unreadableWave = !remote && control.LastDecode().wavPath.empty() && !IsEncodedPath(settings.source) &&
+                                !HasWaveHead(settings.source);
+    if (decodedNothing || unreadableWave)
+        return ReportFailure(command, settings.source,
+                             Failure{kExitUnsupported, std::string("not audio tempvox can play; ") + kSupportedInputs});
+    return ReportFailure(command, settings.source, deviceFailure);
 }
 
 void WaitForPlayOut(CTempvoxCtrl& control)
@@ -134,6 +152,13 @@ void WaitForPlayOut(CTempvoxCtrl& control)
     CWavOut& engine = control.Engine();
     platform::PumpUntil([&] { return engine.BuffersPlayed() >= engine.BuffersPlayedAtEnd() + kBufferCount - 1; },
                         5000);
+}
+
+bool IsRemoteSource(const std::string& source)
+{
+    std::string address;
+    std::string path;
+    return SplitRemote(source, address, path);
 }
 
 std::string FormatMs(uint32_t ms)

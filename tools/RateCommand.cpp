@@ -8,15 +8,12 @@
 
 #include "engine/SpeakingRate.h"
 #include "platform/Exceptions.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 
 namespace {
-
-const char* kRateUsage =
-    "usage: tempvox rate FILE.wav [--per-sentence] [--syllables-per-word R]\n"
-    "Syllables per second of speech (pauses count up to 0.3 s each) and words per minute at R syllables\n"
-    "a word (1.45 unless given, 1 to 8). --per-sentence also rates each stretch of speech between\n"
-    "pauses of 0.25 s or more.\n";
 
 void PrintRate(const char* label, const SpeakingRate& rate, double syllablesPerWord)
 {
@@ -29,31 +26,20 @@ void PrintRate(const char* label, const SpeakingRate& rate, double syllablesPerW
 
 int RunRateCommand(const std::vector<std::string>& args)
 {
+    CLI::App app{"Syllables per second and words per minute of a recording.", "tempvox rate"};
+    SetUpCommand(app,
+                 "Pauses count up to 0.3 s each. --per-sentence also rates each stretch of speech between\n"
+                 "pauses of 0.25 s or more.");
     std::string path;
     bool perSentence = false;
     double syllablesPerWord = kDefaultSyllablesPerWord;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--per-sentence") {
-            perSentence = true;
-        } else if (args[i] == "--syllables-per-word" && i + 1 < args.size()) {
-            char* end = nullptr;
-            syllablesPerWord = std::strtod(args[++i].c_str(), &end);
-            if (end == args[i].c_str() || *end != '\0' || !IsSyllablesPerWordValid(syllablesPerWord)) {
-                std::fprintf(stderr, "tempvox rate: syllables per word must be a number from %g to %g, got '%s'\n",
-                             kMinSyllablesPerWord, kMaxSyllablesPerWord, args[i].c_str());
-                return 2;
-            }
-        } else if (path.empty() && args[i].rfind("--", 0) != 0) {
-            path = args[i];
-        } else {
-            std::fputs(kRateUsage, stderr);
-            return 2;
-        }
-    }
-    if (path.empty()) {
-        std::fputs(kRateUsage, stderr);
-        return 2;
-    }
+    app.add_option("input", path, "a wave file")->required()->type_name("FILE.wav");
+    app.add_flag("--per-sentence", perSentence, "also rate each stretch of speech");
+    app.add_option("--syllables-per-word", syllablesPerWord, "syllables a word, 1 to 8 (default 1.45)")
+        ->type_name("R")
+        ->check(CLI::Range(kMinSyllablesPerWord, kMaxSyllablesPerWord));
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
+    if (const std::optional<Failure> failure = CheckInputFile(path)) return ReportFailure("rate", path, *failure);
     try {
         if (perSentence) {
             for (const SpokenStretch& stretch : FindSpokenStretches(path)) {
@@ -65,11 +51,9 @@ int RunRateCommand(const std::vector<std::string>& args)
         const SpeakingRate whole = MeasureFileSpeakingRate(path, 0, WaveFileMilliseconds(path));
         PrintRate(perSentence ? "whole file        " : "", whole, syllablesPerWord);
     } catch (const CFileException& failure) {
-        std::fprintf(stderr, "tempvox rate: %s\n", failure.what());
-        return 1;
+        return ReportFailure("rate", path, Failure{kExitCannotRead, failure.what()});
     } catch (const std::invalid_argument& failure) {
-        std::fprintf(stderr, "tempvox rate: %s\n", failure.what());
-        return 1;
+        return ReportFailure("rate", path, Failure{kExitUnsupported, failure.what()});
     }
     return 0;
 }

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "tempvox/host.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
 
 namespace {
 
@@ -22,25 +24,19 @@ constexpr int kFailRegistration = 5;
 
 int RunRegsvrCommand(const std::vector<std::string>& args)
 {
+    CLI::App app{"Registers (or with -u unregisters) a control module for the current user.", "tempvox regsvr"};
+    SetUpCommand(app);
     bool unregister = false;
     bool silent = false;
     std::string module;
-    for (const std::string& arg : args) {
-        if (arg == "-u" || arg == "/u") {
-            unregister = true;
-        } else if (arg == "-s" || arg == "/s") {
-            silent = true;
-        } else if (module.empty() && !arg.empty() && arg[0] != '-') {
-            module = arg;
-        } else {
-            module.clear();
-            break;
-        }
-    }
-    if (module.empty()) {
-        std::fprintf(stderr, "usage: tempvox regsvr [-u] [-s] MODULE\n");
-        return kFailArguments;
-    }
+    app.add_flag("-u,--unregister", unregister, "unregister instead");
+    app.add_flag("-s,--silent", silent, "print nothing on success");
+    app.add_option("module", module, "the module, e.g. libtempvox.so")->required()->type_name("MODULE");
+    // The registration tool's own spelling of the switches.
+    std::vector<std::string> words;
+    for (const std::string& arg : args) words.push_back(arg == "/u" ? "-u" : arg == "/s" ? "-s" : arg);
+    if (const std::optional<int> status = ParseCommandLine(app, words))
+        return *status == kExitOk ? kExitOk : kFailArguments;
     // A bare name would be looked for on the library path, not here.
     std::string path = module.find('/') == std::string::npos ? "./" + module : module;
 

@@ -2,7 +2,10 @@
 // as it goes and keeps what the device would have played, e.g. a slowed
 // copy of a lesson.
 #include <cstdio>
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <unistd.h>
 
@@ -13,17 +16,18 @@
 #include "platform/Termination.h"
 #include "media/AudioLocator.h"
 #include "media/FfmpegEncoder.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 #include "tools/PlaySettings.h"
 
 namespace {
 
-const char* kRenderUsage =
-    "usage: tempvox render IN OUT [--level N] [--volume N] [--noise FILE] [--just-play] [--classic] [--bitrate N[k]]\n"
-    "OUT's extension chooses the format: .wav (16-bit PCM), .mp3, .m4a, .ogg, .opus or .flac;\n"
-    "--bitrate sets the bits per second of the lossy ones (e.g. 96k)\n"
+const char* kRenderFooter =
+    "OUT's extension chooses the format: .wav (16-bit PCM), .mp3, .m4a, .ogg, .opus or .flac.\n"
     "The refined profile is the default: the tempo is the level's factor exactly, channels stay apart;\n"
-    "--classic renders as the original control did.\n";
+    "--classic renders as the original control did.";
 
 // "96k", "96K" or "96000": bits per second, 6 to 640 kbit/s.
 bool ParseBitRate(const std::string& text, int64_t& bitRate)
@@ -69,44 +73,27 @@ double SecondsOfCapture(const std::string& path)
 
 int RunRenderCommand(const std::vector<std::string>& args)
 {
+    CLI::App app{"Writes what would be played, as fast as it goes.", "tempvox render"};
+    SetUpCommand(app, kRenderFooter);
     PlaySettings settings;
-    std::vector<std::string> rest;
-    if (!ParsePlaySettings(args, settings, rest, "render")) {
-        std::fputs(kRenderUsage, stderr);
-        return 2;
-    }
+    AddPlaySettingsOptions(app, settings);
+    std::string output;
+    app.add_option("output", output, "the file to write")->required()->type_name("OUT");
+    std::string bitRateText;
+    app.add_option("--bitrate", bitRateText, "bits per second of .mp3, .m4a, .ogg and .opus, 6k to 640k (e.g. 96k)")
+        ->type_name("N[k]");
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
     int64_t bitRate = 0;
-    std::vector<std::string> outputs;
-    for (size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == "--bitrate" && i + 1 < rest.size()) {
-            if (!ParseBitRate(rest[++i], bitRate)) {
-                std::fprintf(stderr, "tempvox render: --bitrate takes 6k to 640k, not '%s'\n", rest[i].c_str());
-                return 2;
-            }
-        } else if (rest[i].rfind("--", 0) == 0) {
-            std::fprintf(stderr, "tempvox render: unknown option '%s'\n%s", rest[i].c_str(), kRenderUsage);
-            return 2;
-        } else {
-            outputs.push_back(rest[i]);
-        }
-    }
-    if (outputs.size() != 1) {
-        std::fputs(kRenderUsage, stderr);
-        return 2;
-    }
-    if (settings.loop) {
-        std::fprintf(stderr, "tempvox render: a loop never ends, so it can't be rendered\n");
-        return 2;
-    }
-    const std::string output = outputs[0];
+    if (!bitRateText.empty() && !ParseBitRate(bitRateText, bitRate))
+        return UsageError(app, "--bitrate takes 6k to 640k, not '" + bitRateText + "'");
+    if (settings.loop) return UsageError(app, "a loop never ends, so it can't be rendered");
     // Any extension but those of the encoded forms gets a .wav, as always.
     media::EncodeSettings encoding;
     const bool encoded = media::EncodedKindForPath(output, encoding.kind);
-    if (bitRate > 0 && (!encoded || !media::IsLossy(encoding.kind))) {
-        std::fprintf(stderr, "tempvox render: --bitrate is for .mp3, .m4a, .ogg and .opus outputs\n");
-        return 2;
-    }
+    if (bitRate > 0 && (!encoded || !media::IsLossy(encoding.kind)))
+        return UsageError(app, "--bitrate is for .mp3, .m4a, .ogg and .opus outputs");
     encoding.bitRate = bitRate;
+    if (const std::optional<Failure> failure = CheckOutputPath(output)) return ReportFailure("render", output, *failure);
     // The output appears under its name only when it is complete. An
     // encoded output is first rendered to a .wav of its own beside it.
     const std::string partial = output + ".part-" + std::to_string(getpid());
@@ -120,6 +107,7 @@ int RunRenderCommand(const std::vector<std::string>& args)
     bool ended = false;
     bool progress = platform::IsTerminal(2);
     bool ok = false;
+    int status = kExitFailure;
     std::string tempFolder;
     {
         CTempvoxCtrl control;
@@ -127,7 +115,8 @@ int RunRenderCommand(const std::vector<std::string>& args)
         control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
             if (id == 1) ended = true;
         });
-        if (ApplyPlaySettings(control, settings, "render") && control.StartPlay()) {
+        status = ApplyPlaySettings(control, settings, "render");
+        if (status == kExitOk && control.StartPlay()) {
             while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0) {
                 if (progress) ShowProgressBar(control);
             }
@@ -140,8 +129,9 @@ int RunRenderCommand(const std::vector<std::string>& args)
             // Cut short by a signal, what was written is not the render
             // that was asked for: it goes like any other failure.
             ok = platform::TerminationSignal() == 0;
-        } else if (platform::TerminationSignal() == 0) {
-            std::fprintf(stderr, "tempvox render: cannot render '%s'\n", settings.source.c_str());
+        } else if (platform::TerminationSignal() == 0 && status == kExitOk) {
+            status = ReportStartFailure(control, settings, "render",
+                                        Failure{kExitCannotWrite, "cannot write " + output});
         }
     }
     RemoveTempFolderIfEmpty(tempFolder);
@@ -150,19 +140,19 @@ int RunRenderCommand(const std::vector<std::string>& args)
         std::string error;
         ok = media::EncodeFile(rendered, partial, encoding, error, [] { return platform::TerminationSignal() == 0; });
         if (!ok && platform::TerminationSignal() == 0)
-            std::fprintf(stderr, "tempvox render: cannot write '%s': %s\n", output.c_str(), error.c_str());
+            status = ReportFailure("render", output, Failure{kExitCannotWrite, "cannot be written: " + error});
         platform::DeleteFile(rendered);
     }
     if (!ok) {
         platform::DeleteFile(partial);
         if (encoded) platform::DeleteFile(rendered);
         if (progress) std::fputc('\n', stderr);
-        return platform::ExitStatusAfterSignal(1);
+        return platform::ExitStatusAfterSignal(status);
     }
     if (std::rename(partial.c_str(), output.c_str()) != 0) {
-        std::fprintf(stderr, "tempvox render: cannot write '%s'\n", output.c_str());
+        const int renamed = ReportFailure("render", output, Failure{kExitCannotWrite, std::strerror(errno)});
         platform::DeleteFile(partial);
-        return 1;
+        return renamed;
     }
     std::printf("Wrote %s: %.3f s\n", output.c_str(), renderedSeconds);
     return 0;

@@ -3,19 +3,18 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "engine/SentenceScan.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 #include "tools/Json.h"
 
 namespace {
-
-const char* kSegmentsUsage =
-    "usage: tempvox segments FILE.wav [--min-pause MS] [--format json|srt|vtt|labels]\n"
-    "  --min-pause  the shortest pause that ends a sentence, 50 to 60000 ms (default 300)\n"
-    "  --format     json (default), srt or vtt subtitles, or labels: start<TAB>end<TAB>text in seconds\n";
 
 enum class Format { Json, Srt, Vtt, Labels };
 
@@ -25,46 +24,6 @@ struct SegmentsOptions {
     Format format = Format::Json;
 };
 
-bool ParseOptions(const std::vector<std::string>& args, SegmentsOptions& options)
-{
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--min-pause" && i + 1 < args.size()) {
-            const std::string& value = args[++i];
-            char* end = nullptr;
-            const long ms = std::strtol(value.c_str(), &end, 10);
-            if (value.empty() || *end != '\0' || ms < 50 || ms > 60000) {
-                std::fprintf(stderr, "tempvox segments: --min-pause wants 50 to 60000 (ms), got '%s'\n", value.c_str());
-                return false;
-            }
-            options.minPauseMs = static_cast<int32_t>(ms);
-        } else if (arg == "--format" && i + 1 < args.size()) {
-            const std::string& value = args[++i];
-            if (value == "json") {
-                options.format = Format::Json;
-            } else if (value == "srt") {
-                options.format = Format::Srt;
-            } else if (value == "vtt") {
-                options.format = Format::Vtt;
-            } else if (value == "labels") {
-                options.format = Format::Labels;
-            } else {
-                std::fprintf(stderr, "tempvox segments: unknown format '%s'\n", value.c_str());
-                return false;
-            }
-        } else if (!arg.empty() && arg[0] != '-' && options.input.empty()) {
-            options.input = arg;
-        } else {
-            std::fprintf(stderr, "tempvox segments: unexpected argument '%s'\n", arg.c_str());
-            return false;
-        }
-    }
-    if (options.input.empty()) {
-        std::fprintf(stderr, "tempvox segments: no file named\n");
-        return false;
-    }
-    return true;
-}
 
 // HH:MM:SS and the milliseconds after `separator` (',' for SubRip, '.' for
 // WebVTT).
@@ -126,17 +85,27 @@ void Print(const SegmentsOptions& options, const SentenceScan& scan)
 
 int RunSegmentsCommand(const std::vector<std::string>& args)
 {
+    CLI::App app{"Lists the sentences of a recording.", "tempvox segments"};
+    SetUpCommand(app);
     SegmentsOptions options;
-    if (!ParseOptions(args, options)) {
-        std::fputs(kSegmentsUsage, stderr);
-        return 2;
-    }
+    app.add_option("input", options.input, "a wave file")->required()->type_name("FILE.wav");
+    app.add_option("--min-pause", options.minPauseMs, "the shortest pause that ends a sentence, 50 to 60000 ms (default 300)")
+        ->type_name("MS")
+        ->check(CLI::Range(50, 60000));
+    const std::map<std::string, Format> formats = {
+        {"json", Format::Json}, {"srt", Format::Srt}, {"vtt", Format::Vtt}, {"labels", Format::Labels}};
+    app.add_option("--format", options.format,
+                   "json (default), srt or vtt subtitles, or labels: start<TAB>end<TAB>text in seconds")
+        ->type_name("FORMAT")
+        ->transform(CLI::CheckedTransformer(formats));
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
     SentenceFinderSettings settings;
     settings.minPauseMs = options.minPauseMs;
     const SentenceScan scan = ScanSentences(options.input, settings);
     if (scan.error != SentenceScanError::None) {
-        std::fprintf(stderr, "tempvox segments: %s\n", scan.message.c_str());
-        return 1;
+        if (const std::optional<Failure> failure = CheckInputFile(options.input))
+            return ReportFailure("segments", options.input, *failure);
+        return ReportFailure("segments", options.input, Failure{kExitUnsupported, scan.message});
     }
     Print(options, scan);
     return std::fflush(stdout) == 0 ? 0 : 1;

@@ -8,14 +8,13 @@
 #include "platform/Termination.h"
 #include "platform/Window.h"
 #include "media/AudioLocator.h"
+#include "tools/CommandLine.h"
 #include "tools/Commands.h"
+#include "tools/ExitCodes.h"
+#include "tools/Failures.h"
 #include "tools/PlaySettings.h"
 
 namespace {
-
-const char* kViewUsage =
-    "usage: tempvox view FILE|URL -o OUT.png [--size WxH] [--classic]\n"
-    "draws the waveform view of what `tempvox play` would play; --classic draws as the original control did\n";
 
 struct ViewOptions {
     std::string output;
@@ -35,26 +34,6 @@ bool ParseSize(const std::string& text, int& width, int& height)
     return true;
 }
 
-// Takes the picture's own options out of `args`; the source and --classic
-// are left for the settings `play` shares.
-bool TakeViewOptions(const std::vector<std::string>& args, ViewOptions& options, std::vector<std::string>& rest)
-{
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if ((arg == "-o" || arg == "--output") && i + 1 < args.size()) {
-            options.output = args[++i];
-        } else if (arg == "--size" && i + 1 < args.size()) {
-            if (!ParseSize(args[++i], options.width, options.height)) {
-                std::fprintf(stderr, "tempvox view: --size wants WIDTHxHEIGHT, got '%s'\n", args[i].c_str());
-                return false;
-            }
-        } else {
-            rest.push_back(arg);
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 // Draws the view of a file as a host would show it: the control takes the
@@ -63,20 +42,19 @@ bool TakeViewOptions(const std::vector<std::string>& args, ViewOptions& options,
 // frame, painted through the message queue, then saved.
 int RunViewCommand(const std::vector<std::string>& args)
 {
-    ViewOptions options;
-    std::vector<std::string> settingsArgs;
-    if (!TakeViewOptions(args, options, settingsArgs))
-        return 2;
+    CLI::App app{"Draws the waveform view of what `tempvox play` would play to a PNG.", "tempvox view"};
+    SetUpCommand(app, "--classic draws as the original control did.");
     PlaySettings settings;
-    std::vector<std::string> rest;
-    if (!ParsePlaySettings(settingsArgs, settings, rest, "view") || options.output.empty()) {
-        std::fputs(kViewUsage, stderr);
-        return 2;
-    }
-    if (!rest.empty()) {
-        std::fprintf(stderr, "tempvox view: unexpected argument '%s'\n%s", rest[0].c_str(), kViewUsage);
-        return 2;
-    }
+    AddPlaySettingsOptions(app, settings);
+    ViewOptions options;
+    app.add_option("-o,--output", options.output, "the PNG to write")->required()->type_name("OUT.png");
+    std::string size;
+    app.add_option("--size", size, "the picture's size (default 800x240)")->type_name("WxH");
+    if (const std::optional<int> status = ParseCommandLine(app, args)) return *status;
+    if (!size.empty() && !ParseSize(size, options.width, options.height))
+        return UsageError(app, "--size wants WIDTHxHEIGHT, got '" + size + "'");
+    if (const std::optional<Failure> failure = CheckOutputPath(options.output))
+        return ReportFailure("view", options.output, *failure);
 
     RegisterWindowClass("TempvoxViewFrame", 0, true, RGB(255, 255, 255));
     HWND frame = CreateWindowExA(0, "TempvoxViewFrame", "tempvox view", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0,
@@ -94,27 +72,32 @@ int RunViewCommand(const std::vector<std::string>& args)
     {
         CTempvoxCtrl control;
         tempFolder = control.TempDir();
-        if (frame == nullptr || !ApplyPlaySettings(control, settings, "view")) {
-            status = 1;
+        status = frame == nullptr ? kExitFailure : ApplyPlaySettings(control, settings, "view");
+        if (status != kExitOk) {
+            // Its reason was told when the source was named.
         } else if (!control.CreateWavViewWnd(0, 0, options.width, options.height,
                                              static_cast<int32_t>(reinterpret_cast<uintptr_t>(frame)))) {
             std::fprintf(stderr, "tempvox view: the view's window could not be made\n");
-            status = 1;
+            status = kExitFailure;
         } else {
+            // The file's own fault first, said plainly, then the view's.
+            std::optional<Failure> failure;
             try {
-                if (!control.AttachWavViewToFile(TRUE))
-                    status = 1;
-            } catch (const std::exception& failure) {
-                std::fprintf(stderr, "tempvox view: %s\n", failure.what());
-                status = 1;
+                if (!control.AttachWavViewToFile(TRUE)) failure = Failure{kExitUnsupported, "the view cannot draw this file"};
+            } catch (const std::exception& error) {
+                failure = Failure{kExitUnsupported, error.what()};
+            }
+            if (failure) {
+                if (!IsRemoteSource(settings.source)) {
+                    if (std::optional<Failure> fileFailure = CheckInputFile(settings.source)) failure = fileFailure;
+                }
+                status = ReportFailure("view", settings.source, *failure);
             }
         }
         if (status == 0) {
             platform::PumpPendingMessages();
-            if (!platform::WritePng(options.output, platform::ComposeWindow(frame))) {
-                std::fprintf(stderr, "tempvox view: cannot write '%s'\n", options.output.c_str());
-                status = 1;
-            }
+            if (!platform::WritePng(options.output, platform::ComposeWindow(frame)))
+                status = ReportFailure("view", options.output, Failure{kExitCannotWrite, "cannot be written"});
         }
     }
     DestroyWindow(frame);

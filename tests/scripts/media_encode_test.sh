@@ -71,9 +71,9 @@ check "no output named" 2 "$(status_of "$tool" encode mono-source.wav)"
 check "unknown variant" 2 "$(status_of "$tool" encode mono-source.wav x.wzq --variant ZX)"
 check "frame size not a number" 2 "$(status_of "$tool" encode mono-source.wav x.wzq --frame-bytes 1k)"
 check "frame of its head alone" 1 "$(status_of "$tool" encode mono-source.wav x.wzq --frame-bytes 8)"
-check "8-bit input" 1 "$(status_of "$tool" encode eight.wav x.wzq)"
-check "not a wave file" 1 "$(status_of "$tool" encode text.wav x.wzq)"
-check "missing input" 1 "$(status_of "$tool" encode absent.wav x.wzq)"
+check "8-bit input" 4 "$(status_of "$tool" encode eight.wav x.wzq)"
+check "not a wave file" 4 "$(status_of "$tool" encode text.wav x.wzq)"
+check "missing input" 3 "$(status_of "$tool" encode absent.wav x.wzq)"
 check "nothing written on failure" no "$([ -e x.wzq ] && echo yes || echo no)"
 
 # Played through the library beside the tool: converted beside the encoded
@@ -108,7 +108,7 @@ check "whole file not warned" "" "$("$tool" render mono.wzq whole-heard.wav 2>&1
 # cannot play the encoded file and leaves the bare 44-byte head.
 cp "$tool" alone/tempvox
 cp mono.wzq alone/lesson.wzq
-check "play without the library" 1 "$(cd alone && LD_LIBRARY_PATH= status_of ./tempvox play lesson.wzq --audio null)"
+check "play without the library" 4 "$(cd alone && LD_LIBRARY_PATH= status_of ./tempvox play lesson.wzq --audio null)"
 check "head alone left" 44 "$(stat -c %s alone/lesson.wav)"
 
 echo "media_encode: $passes passed, $failures failed"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Paths that are not regular files: a FIFO and endless devices. Each tool
-# must refuse them at once, never wait on a FIFO for a writer, and never copy
+# must refuse them at once as unsupported input (exit 4), never wait on a FIFO for a writer, and never copy
 # an endless device.
 # Arguments: the tempvox binary, the source tree, a scratch folder.
 set -euo pipefail
@@ -24,9 +24,9 @@ check() {  # check NAME EXPECTED ACTUAL
 status_of() { set +e; timeout 20 "$@" >/dev/null 2>&1 </dev/null; local s=$?; set -e; echo $s; }
 
 for path in lesson.wav /dev/zero; do
-  check "play $path" 1 "$(status_of "$tool" play "$path" --audio null)"
-  check "render $path" 1 "$(status_of "$tool" render "$path" out.wav)"
-  check "view $path" 1 "$(status_of "$tool" view "$path" -o out.png)"
+  check "play $path" 4 "$(status_of "$tool" play "$path" --audio null)"
+  check "render $path" 4 "$(status_of "$tool" render "$path" out.wav)"
+  check "view $path" 4 "$(status_of "$tool" view "$path" -o out.png)"
 done
 # A real lesson with the FIFO named as its noise plays without the noise.
 python3 - <<'PY'
