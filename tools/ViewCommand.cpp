@@ -1,6 +1,8 @@
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Messages.h"
@@ -68,6 +70,9 @@ int RunViewCommand(const std::vector<std::string>& args)
                                      return 0;
                                  });
     int status = 0;
+    // Told once the control is gone, so that the reason comes after the
+    // control's own boxes, as the last line.
+    std::optional<std::pair<std::string, Failure>> reason;
     std::string tempFolder;
     {
         CTempvoxCtrl control;
@@ -91,18 +96,22 @@ int RunViewCommand(const std::vector<std::string>& args)
                 if (!IsRemoteSource(settings.source)) {
                     if (std::optional<Failure> fileFailure = CheckInputFile(settings.source)) failure = fileFailure;
                 }
-                status = ReportFailure("view", settings.source, *failure);
+                status = failure->exitCode;
+                reason.emplace(settings.source, *failure);
             }
         }
         if (status == 0) {
             platform::PumpPendingMessages();
-            if (!platform::WritePng(options.output, platform::ComposeWindow(frame)))
-                status = ReportFailure("view", options.output, Failure{kExitCannotWrite, "cannot be written"});
+            if (!platform::WritePng(options.output, platform::ComposeWindow(frame))) {
+                status = kExitCannotWrite;
+                reason.emplace(options.output, Failure{kExitCannotWrite, "cannot be written"});
+            }
         }
     }
     DestroyWindow(frame);
     // The control took its own files with it; a folder it made for them and
     // left empty goes too.
     RemoveTempFolderIfEmpty(tempFolder);
+    if (reason) ReportFailure("view", reason->first, reason->second);
     return platform::ExitStatusAfterSignal(status);
 }
