@@ -68,6 +68,31 @@ Key TakeKey(unsigned char* bytes, size_t& count)
         key = Key::Repeat;
     } else if (bytes[0] == 's' || bytes[0] == 'S') {
         key = Key::StopEach;
+    } else if (bytes[0] == 'p' || bytes[0] == 'P') {
+        key = Key::Pause;
+    } else if (bytes[0] == '[') {
+        key = Key::Slower;
+    } else if (bytes[0] == ']') {
+        key = Key::Faster;
+    } else if (bytes[0] == '{') {
+        key = Key::Halve;
+    } else if (bytes[0] == '}') {
+        key = Key::Double;
+    } else if (bytes[0] == 0x7f || bytes[0] == 0x08) {
+        key = Key::TempoReset;
+    } else if (bytes[0] == '9') {
+        key = Key::VolumeDown;
+    } else if (bytes[0] == '0') {
+        key = Key::VolumeUp;
+    } else if (bytes[0] == 'm' || bytes[0] == 'M') {
+        key = Key::Mute;
+    } else if (bytes[0] == 'l' || bytes[0] == 'L') {
+        key = Key::LoopPoint;
+    } else if (bytes[0] == '?') {
+        key = Key::Help;
+    } else if (bytes[0] == 0x1b && count == 1) {
+        // Escape on its own; arrows come as a sequence in one read.
+        key = Key::Quit;
     } else if (bytes[0] == 0x1b && count >= 3 && bytes[1] == '[') {
         // Arrow keys arrive as ESC [ A..D.
         used = 3;

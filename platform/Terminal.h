@@ -4,8 +4,13 @@
 
 namespace platform {
 
-// The player's keys: n, b, r and s are Next, Back, Repeat and StopEach.
-enum class Key { None, Space, Left, Right, Up, Down, Quit, Next, Back, Repeat, StopEach, Other };
+// The player's keys: n, b, r and s are Next, Back, Repeat and StopEach;
+// p Pause; [ ] Slower, Faster; { } Halve, Double; backspace TempoReset;
+// 9 0 VolumeDown, VolumeUp; m Mute; l LoopPoint; ? Help; q and Esc Quit.
+enum class Key {
+    None, Space, Left, Right, Up, Down, Quit, Next, Back, Repeat, StopEach, Other,
+    Pause, Slower, Faster, Halve, Double, TempoReset, VolumeDown, VolumeUp, Mute, LoopPoint, Help
+};
 
 bool IsTerminal(int fd);
 

@@ -24,6 +24,11 @@ TEST(Terminal, KeysThatArriveTogetherAreEachTaken)
         {"an unknown sequence is one key", "\x1b[Zq", {Key::Other, Key::Quit}},
         {"the sentence keys, either case", "nbrsNBRSx", {Key::Next, Key::Back, Key::Repeat, Key::StopEach, Key::Next,
                                                        Key::Back, Key::Repeat, Key::StopEach, Key::Other}},
+        {"the player's other keys, as a terminal sends them", "p[]{}\x7f\x08" "90ml?",
+         {Key::Pause, Key::Slower, Key::Faster, Key::Halve, Key::Double, Key::TempoReset, Key::TempoReset,
+          Key::VolumeDown, Key::VolumeUp, Key::Mute, Key::LoopPoint, Key::Help}},
+        {"escape alone in its read quits", "\x1b", {Key::Quit}},
+        {"left, then slower and faster together", "\x1b[D[]", {Key::Left, Key::Slower, Key::Faster}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -39,7 +39,7 @@ with open(path, "wb") as f:
             struct.pack("<IHHIIHH", 16, 1, 1, rate, 2 * rate, 2, 16) + b"data" + struct.pack("<I", len(data)) + data)
 
 session = f"tempvox-sentences-{int(time.time() * 1000) % 100000}"
-status_line = re.compile(r"(\d+):(\d+\.\d) / \S+ +\S+ +\[(\w+)\] +sentence (\S+)/5(.*)$")
+status_line = re.compile(r"(\d+):(\d+\.\d) / \S+ +\d+% +\S+ +\[(\w+)\] +sentence (\S+)/5(.*)$")
 
 def tmux(*args):
     return subprocess.run(["tmux", *args], check=True, capture_output=True, text=True).stdout
@@ -74,7 +74,8 @@ def stop():
 failures = 0
 try:
     # Shadowing at half the length of each sentence.
-    start("--shadow=0.5")
+    # --events: on a terminal the events are printed only when asked for.
+    start("--shadow=0.5 --events")
     seen = []
     limit = time.time() + 40
     while "EXIT=" not in screen() and time.time() < limit:
