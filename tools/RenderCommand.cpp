@@ -3,6 +3,7 @@
 // copy of a lesson.
 #include <cstdio>
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -45,15 +46,46 @@ bool ParseBitRate(const std::string& text, int64_t& bitRate)
     return true;
 }
 
-void ShowProgressBar(CTempvoxCtrl& control)
-{
-    CWavOut& engine = control.Engine();
-    uint32_t total = engine.GetTotalPlayTime();
-    uint32_t done = engine.GetCurrentPlayTime();
-    int filled = total > 0 ? static_cast<int>(40ull * std::min(done, total) / total) : 0;
-    std::fprintf(stderr, "\r[%-40s] %s / %s", std::string(static_cast<size_t>(filled), '#').c_str(),
-                 FormatMs(done).c_str(), FormatMs(total).c_str());
-}
+// A bar on standard error while the render runs: percentage of the source
+// done and the time left at the pace so far. Drawn only on a terminal;
+// cleared at the end so that only the result line stays.
+class RenderProgress {
+public:
+    explicit RenderProgress(bool terminal) : m_terminal(terminal) {}
+
+    void Show(CTempvoxCtrl& control)
+    {
+        if (!m_terminal) return;
+        CWavOut& engine = control.Engine();
+        const uint32_t total = engine.GetTotalPlayTime();
+        const uint32_t done = std::min(engine.GetCurrentPlayTime(), total);
+        const double fraction = total > 0 ? static_cast<double>(done) / total : 0.0;
+        const int filled = static_cast<int>(kWidth * fraction);
+        const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_started).count();
+        std::string left = "--:--";
+        if (fraction > 0.0) {
+            const auto seconds = static_cast<unsigned>(elapsed * (1.0 - fraction) / fraction + 0.5);
+            char text[16];
+            std::snprintf(text, sizeof text, "%02u:%02u", seconds / 60, seconds % 60);
+            left = text;
+        }
+        std::fprintf(stderr, "\r\033[K[%-*s] %3d%%  %s left", kWidth, std::string(static_cast<size_t>(filled), '#').c_str(),
+                     static_cast<int>(100 * fraction), left.c_str());
+        m_shown = true;
+    }
+
+    void Clear()
+    {
+        if (m_shown) std::fputs("\r\033[K", stderr);
+        m_shown = false;
+    }
+
+private:
+    static constexpr int kWidth = 40;
+    bool m_terminal;
+    bool m_shown = false;
+    std::chrono::steady_clock::time_point m_started = std::chrono::steady_clock::now();
+};
 
 // The length of what the capture device wrote: its samples over its byte rate.
 double SecondsOfCapture(const std::string& path)
@@ -105,7 +137,7 @@ int RunRenderCommand(const std::vector<std::string>& args)
     platform::SetAudioBackend(audio);
 
     bool ended = false;
-    bool progress = platform::IsTerminal(2);
+    RenderProgress progress(platform::IsTerminal(2));
     bool ok = false;
     int status = kExitFailure;
     std::string tempFolder;
@@ -117,14 +149,10 @@ int RunRenderCommand(const std::vector<std::string>& args)
         });
         status = ApplyPlaySettings(control, settings, "render");
         if (status == kExitOk && control.StartPlay()) {
-            while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0) {
-                if (progress) ShowProgressBar(control);
-            }
+            while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0)
+                progress.Show(control);
             if (platform::TerminationSignal() == 0) WaitForPlayOut(control);
-            if (progress) {
-                ShowProgressBar(control);
-                std::fputc('\n', stderr);
-            }
+            progress.Clear();
             control.StopPlay();
             // Cut short by a signal, what was written is not the render
             // that was asked for: it goes like any other failure.
@@ -146,7 +174,6 @@ int RunRenderCommand(const std::vector<std::string>& args)
     if (!ok) {
         platform::DeleteFile(partial);
         if (encoded) platform::DeleteFile(rendered);
-        if (progress) std::fputc('\n', stderr);
         return platform::ExitStatusAfterSignal(status);
     }
     if (std::rename(partial.c_str(), output.c_str()) != 0) {
