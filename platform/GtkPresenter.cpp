@@ -286,6 +286,16 @@ private:
         case GDK_KEY_Down: key = Key::Down; break;
         case GDK_KEY_q:
         case GDK_KEY_Escape: key = Key::Quit; break;
+        case GDK_KEY_p: key = Key::Pause; break;
+        case GDK_KEY_bracketleft: key = Key::Slower; break;
+        case GDK_KEY_bracketright: key = Key::Faster; break;
+        case GDK_KEY_braceleft: key = Key::Halve; break;
+        case GDK_KEY_braceright: key = Key::Double; break;
+        case GDK_KEY_BackSpace: key = Key::TempoReset; break;
+        case GDK_KEY_9: key = Key::VolumeDown; break;
+        case GDK_KEY_0: key = Key::VolumeUp; break;
+        case GDK_KEY_m: key = Key::Mute; break;
+        case GDK_KEY_l: key = Key::LoopPoint; break;
         default: break;
         }
         presenter->m_keyHandler(key);
