@@ -15,7 +15,7 @@
 #include "platform/Debug.h"
 #include "platform/Messages.h"
 #include "riff/WaveLayout.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 

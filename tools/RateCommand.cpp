@@ -1,11 +1,12 @@
 // `tempvox rate`: how fast a recording is spoken, in syllables per second
-// and words per minute, for the whole file and, on request, for each
-// stretch of speech between pauses.
+// and words per minute, for the whole file and, on request, for each of
+// its sentences as `tempvox segments` and PlaySentence find them.
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
 
+#include "engine/SentenceScan.h"
 #include "engine/SpeakingRate.h"
 #include "platform/Exceptions.h"
 #include "tools/Commands.h"
@@ -15,8 +16,8 @@ namespace {
 const char* kRateUsage =
     "usage: tempvox rate FILE.wav [--per-sentence] [--syllables-per-word R]\n"
     "Syllables per second of speech (pauses count up to 0.3 s each) and words per minute at R syllables\n"
-    "a word (1.45 unless given, 1 to 8). --per-sentence also rates each stretch of speech between\n"
-    "pauses of 0.25 s or more.\n";
+    "a word (1.45 unless given, 1 to 8). --per-sentence also rates each sentence, as\n"
+    "`tempvox segments` finds them.\n";
 
 void PrintRate(const char* label, const SpeakingRate& rate, double syllablesPerWord)
 {
@@ -56,10 +57,17 @@ int RunRateCommand(const std::vector<std::string>& args)
     }
     try {
         if (perSentence) {
-            for (const SpokenStretch& stretch : FindSpokenStretches(path)) {
+            const SentenceScan scan = ScanSentences(path, SentenceFinderSettings{});
+            if (scan.error != SentenceScanError::None) {
+                std::fprintf(stderr, "tempvox rate: %s\n", scan.message.c_str());
+                return 1;
+            }
+            for (const SentenceTimes& sentence : scan.sentences) {
                 char label[48];
-                std::snprintf(label, sizeof label, "%7.2f-%7.2f s ", stretch.startMs / 1000.0, stretch.endMs / 1000.0);
-                PrintRate(label, stretch.rate, syllablesPerWord);
+                std::snprintf(label, sizeof label, "%7.2f-%7.2f s ", sentence.startMs / 1000.0, sentence.endMs / 1000.0);
+                const SpeakingRate rate = MeasureFileSpeakingRate(path, uint32_t(sentence.startMs),
+                                                                  uint32_t(sentence.endMs));
+                PrintRate(label, rate, syllablesPerWord);
             }
         }
         const SpeakingRate whole = MeasureFileSpeakingRate(path, 0, WaveFileMilliseconds(path));
