@@ -33,15 +33,6 @@ float GainHeldToTarget(float level, float gain) {
     return float((1.0 - (double(level) - kPeakTarget) / double(level)) * double(gain));
 }
 
-bool IsPeak(const int16_t window[3], int32_t ratio) {
-    const int32_t previous = std::abs(int32_t(window[0]));
-    const int32_t centre = std::abs(int32_t(window[1]));
-    const int32_t next = std::abs(int32_t(window[2]));
-    if (!(previous < centre && next < centre)) return false;
-    const int32_t quarter = centre / ratio;
-    return quarter < previous || quarter < next;
-}
-
 void ScaleSamples16(uint8_t* data, int32_t byteCount, float volume, float* gain) {
     for (int32_t i = 0; i < byteCount; i += 2) {
         const int16_t sample = LoadSample(data + i);
@@ -87,17 +78,39 @@ void ScanPeakBlock(PeakScanState& state, const int16_t* samples, uint32_t byteCo
         next = 3;
     }
 
+    // The test needs only magnitudes, so the loop carries those, and the
+    // gain, in locals: through `state` (int16_t like the samples) every step
+    // would be a load and a store. The raw window is put back at the end.
+    const uint32_t first = next;
+    int32_t before = std::abs(int32_t(state.window[0]));
+    int32_t centre = std::abs(int32_t(state.window[1]));
+    int32_t after = std::abs(int32_t(state.window[2]));
+    float gain = state.gain;
+    const int32_t ratio = state.ratio;
     uint32_t peaks = 0;
     for (; next < sampleCount; ++next) {
-        if (IsPeak(state.window, state.ratio)) {
-            const float level = float(std::abs(int32_t(state.window[1]))) * state.gain;
-            if (double(level) > kPeakTarget) state.gain = GainHeldToTarget(level, state.gain);
-            ++peaks;
+        if (before < centre && after < centre) {
+            const int32_t quarter = centre / ratio;
+            if (quarter < before || quarter < after) {
+                const float level = float(centre) * gain;
+                if (double(level) > kPeakTarget) gain = GainHeldToTarget(level, gain);
+                ++peaks;
+            }
         }
-        state.window[0] = state.window[1];
-        state.window[1] = state.window[2];
-        state.window[2] = samples[next];
+        before = centre;
+        centre = after;
+        after = std::abs(int32_t(samples[next]));
     }
+    // The last three values the window took: from this block, or from the
+    // window it came with when the block held fewer than three samples.
+    const uint32_t taken = sampleCount > first ? sampleCount - first : 0;
+    int16_t window[3];
+    for (int slot = 0; slot < 3; ++slot) {
+        const int64_t back = int64_t(taken) - 3 + slot;  // index among the samples taken
+        window[slot] = back >= 0 ? samples[first + uint32_t(back)] : state.window[3 + back];
+    }
+    std::copy(window, window + 3, state.window);
+    state.gain = gain;
     *found = peaks;
 }
 

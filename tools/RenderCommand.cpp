@@ -127,6 +127,9 @@ int RunRenderCommand(const std::vector<std::string>& args)
         control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
             if (id == 1) ended = true;
         });
+        // The word counts are no part of the sound and nobody reads them
+        // here: render never counts (--just-play stays accepted).
+        settings.justPlay = true;
         if (ApplyPlaySettings(control, settings, "render") && control.StartPlay()) {
             while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0) {
                 if (progress) ShowProgressBar(control);
