@@ -149,6 +149,17 @@ bool ApplyGainAndVolume(uint8_t* data, int32_t byteCount, uint16_t bitsPerSample
     return true;
 }
 
+namespace {
+
+// Whether some sample of the block, times the gain, lies beyond 16 bits.
+bool AnySampleCouldClip(const uint8_t* data, uint32_t count, float gain) {
+    int32_t loudest = 0;
+    for (uint32_t i = 0; i < count; ++i) loudest = std::max(loudest, std::abs(int32_t(LoadSample(data + 2 * size_t(i)))));
+    return double(loudest) * double(gain) > 32767.0;
+}
+
+}  // namespace
+
 bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPerSample, uint16_t channels,
                               float volume, float* gain) {
     if (channels == 0) return false;
@@ -160,10 +171,23 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
         return true;
     }
     if (bitsPerSample != 16) return true;
+    // The gain and the volume in locals: the bytes may alias anything, so
+    // through the pointer the gain would be read again for every sample.
     const uint32_t count = byteCount / 2;
+    const double scale = double(volume);
+    float held = *gain;
+    if (!AnySampleCouldClip(data, count, held)) {
+        // Most blocks once the scan has set the gain: nothing to hold down,
+        // so the loop has no test in it and vectorizes. The same arithmetic.
+        for (uint32_t i = 0; i < count; ++i) {
+            const double level = double(LoadSample(data + 2 * size_t(i))) * double(held) * scale;
+            StoreSample(data + 2 * size_t(i), int16_t(int32_t(level + (level < 0.0 ? -0.5 : 0.5))));
+        }
+        return true;
+    }
     for (uint32_t i = 0; i < count; ++i) {
         const int16_t sample = LoadSample(data + 2 * size_t(i));
-        const double product = double(sample) * double(*gain);
+        const double product = double(sample) * double(held);
         if (std::abs(product) > 32767.0 && i >= channels && i + channels < count) {
             // The neighbours of the same channel tell a true peak from a
             // lone click; a true one holds the gain down from here on.
@@ -171,15 +195,16 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
             const int32_t after = LoadSample(data + 2 * size_t(i + channels));
             const double quarter = std::abs(product) / 4.0;
             if (std::abs(before) > quarter || std::abs(after) > quarter) {
-                const float lowered = GainHeldToTarget(float(std::abs(product)), *gain);
-                *gain = lowered < kLowestGain ? kLowestGain : lowered;
+                const float lowered = GainHeldToTarget(float(std::abs(product)), held);
+                held = lowered < kLowestGain ? kLowestGain : lowered;
             }
         }
         // Nearest, halves away from zero; a cast truncates, so the half is
         // added on the side of the sign (cheaper than a library rounding).
-        const double held = std::clamp(product, -32768.0, 32767.0) * double(volume);
-        StoreSample(data + 2 * size_t(i), int16_t(int32_t(held + (held < 0.0 ? -0.5 : 0.5))));
+        const double level = std::clamp(product, -32768.0, 32767.0) * scale;
+        StoreSample(data + 2 * size_t(i), int16_t(int32_t(level + (level < 0.0 ? -0.5 : 0.5))));
     }
+    *gain = held;
     return true;
 }
 
