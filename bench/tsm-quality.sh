@@ -18,13 +18,18 @@
 #
 # Usage: bench/tsm-quality.sh [BUILD_DIR]      (default: build)
 # Environment: LEVELS="-60 -10 25 50"  speed levels to run (factor: level > 0
-#              1 + level/50, level < 0 1 + level/120); SPEECH_SECONDS=600.
+#              1 + level/50, level < 0 1 + level/120); SPEECH_SECONDS=600;
+#              INPUTS="speech-22050-mono speech-44100-stereo tone-22050-mono
+#              tone-44100-stereo" (also speech-48000-stereo, tone-48000-stereo);
+#              TOOLS="tempvox classic soundstretch sonic rubberband sox".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 tool=$build/tempvox
 levels=${LEVELS:-"-60 -10 25 50"}
 speech_seconds=${SPEECH_SECONDS:-600}
+inputs=${INPUTS:-"speech-22050-mono speech-44100-stereo tone-22050-mono tone-44100-stereo"}
+tools=" ${TOOLS:-tempvox classic soundstretch sonic rubberband sox} "
 
 need=()
 for p in espeak-ng sox soundstretch sonic rubberband-cli python3-numpy time; do
@@ -41,7 +46,11 @@ py=/usr/bin/python3
 
 have_tempvox=0; [ -x "$tool" ] && have_tempvox=1
 have_classic=0
-if [ $have_tempvox = 1 ] && "$tool" --help 2>&1 | grep -q -- '--classic'; then have_classic=1; fi
+if [ $have_tempvox = 1 ]; then
+  # Read whole first: with pipefail, grep -q leaving early would fail the pipe.
+  usage=$({ "$tool" --help; "$tool" render --help; } 2>&1 || true)
+  [[ $usage == *--classic* ]] && have_classic=1
+fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -59,11 +68,12 @@ for _ in $(seq "$repeats"); do list+=("$work/para16.wav"); done
 sox "${list[@]}" "$work/long.wav"
 sox "$work/long.wav" "$work/speech-22050-mono.wav" trim 0 "$speech_seconds"
 sox "$work/speech-22050-mono.wav" -r 44100 "$work/speech-44100-stereo.wav" remix 1 1v0.1
+sox "$work/speech-22050-mono.wav" -r 48000 "$work/speech-48000-stereo.wav" remix 1 1v0.1
 
 "$py" - "$work" <<'PY'
 import sys, wave, numpy as np
 work = sys.argv[1]
-for rate, channels in ((22050, 1), (44100, 2)):
+for rate, channels in ((22050, 1), (44100, 2), (48000, 2)):
     t = np.arange(30 * rate) / rate
     x = sum(np.sin(2 * np.pi * 220 * h * t) / h for h in range(1, 11))
     x = x / np.abs(x).max() * 16383
@@ -133,25 +143,31 @@ na() { "$py" "$work/measure.py" "$1" "$2" /dev/null "$3" n/a; }
 
 echo "| input                | tool                     | factor |    CPU s | x realtime |   tempo | purity dB | balance dB |"
 echo "|----------------------|--------------------------|--------|----------|------------|---------|-----------|------------|"
-for input in speech-22050-mono speech-44100-stereo tone-22050-mono tone-44100-stereo; do
+for input in $inputs; do
   in=$work/$input.wav
   for level in $levels; do
     factor=$("$py" -c "import sys; l=int(sys.argv[1]); print(1 + l / 50 if l > 0 else 1 + l / 120)" "$level")
     percent=$("$py" -c "import sys; print(round((float(sys.argv[1]) - 1) * 100, 4))" "$factor")
-    if [ $have_tempvox = 1 ]; then
-      run "tempvox render" "$in" "$factor" "$work/tv.wav" "$tool" render "$in" "$work/tv.wav" --just-play --level "$level"
-    else
-      na "tempvox render" "$in" "$factor"
+    if [[ $tools == *" tempvox "* ]]; then
+      if [ $have_tempvox = 1 ]; then
+        run "tempvox render" "$in" "$factor" "$work/tv.wav" "$tool" render "$in" "$work/tv.wav" --just-play --level "$level"
+      else
+        na "tempvox render" "$in" "$factor"
+      fi
     fi
-    if [ $have_classic = 1 ]; then
-      run "tempvox render --classic" "$in" "$factor" "$work/tc.wav" "$tool" render "$in" "$work/tc.wav" --just-play --level "$level" --classic
-    else
-      na "tempvox render --classic" "$in" "$factor"
+    if [[ $tools == *" classic "* ]]; then
+      if [ $have_classic = 1 ]; then
+        run "tempvox render --classic" "$in" "$factor" "$work/tc.wav" "$tool" render "$in" "$work/tc.wav" --just-play --level "$level" --classic
+      else
+        na "tempvox render --classic" "$in" "$factor"
+      fi
     fi
-    run "soundstretch -speech" "$in" "$factor" "$work/ss.wav" soundstretch "$in" "$work/ss.wav" "-tempo=$percent" -speech
-    run "sonic" "$in" "$factor" "$work/so.wav" sonic -s "$factor" "$in" "$work/so.wav"
-    run "rubberband" "$in" "$factor" "$work/rb.wav" rubberband -q -T "$factor" "$in" "$work/rb.wav"
-    run "sox tempo -s" "$in" "$factor" "$work/sx.wav" sox "$in" "$work/sx.wav" tempo -s "$factor"
+    [[ $tools != *" soundstretch "* ]] ||
+      run "soundstretch -speech" "$in" "$factor" "$work/ss.wav" soundstretch "$in" "$work/ss.wav" "-tempo=$percent" -speech
+    [[ $tools != *" sonic "* ]] || run "sonic" "$in" "$factor" "$work/so.wav" sonic -s "$factor" "$in" "$work/so.wav"
+    [[ $tools != *" rubberband "* ]] ||
+      run "rubberband" "$in" "$factor" "$work/rb.wav" rubberband -q -T "$factor" "$in" "$work/rb.wav"
+    [[ $tools != *" sox "* ]] || run "sox tempo -s" "$in" "$factor" "$work/sx.wav" sox "$in" "$work/sx.wav" tempo -s "$factor"
   done
 done
 echo

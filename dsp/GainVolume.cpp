@@ -33,15 +33,6 @@ float GainHeldToTarget(float level, float gain) {
     return float((1.0 - (double(level) - kPeakTarget) / double(level)) * double(gain));
 }
 
-bool IsPeak(const int16_t window[3], int32_t ratio) {
-    const int32_t previous = std::abs(int32_t(window[0]));
-    const int32_t centre = std::abs(int32_t(window[1]));
-    const int32_t next = std::abs(int32_t(window[2]));
-    if (!(previous < centre && next < centre)) return false;
-    const int32_t quarter = centre / ratio;
-    return quarter < previous || quarter < next;
-}
-
 void ScaleSamples16(uint8_t* data, int32_t byteCount, float volume, float* gain) {
     for (int32_t i = 0; i < byteCount; i += 2) {
         const int16_t sample = LoadSample(data + i);
@@ -87,17 +78,39 @@ void ScanPeakBlock(PeakScanState& state, const int16_t* samples, uint32_t byteCo
         next = 3;
     }
 
+    // The test needs only magnitudes, so the loop carries those, and the
+    // gain, in locals: through `state` (int16_t like the samples) every step
+    // would be a load and a store. The raw window is put back at the end.
+    const uint32_t first = next;
+    int32_t before = std::abs(int32_t(state.window[0]));
+    int32_t centre = std::abs(int32_t(state.window[1]));
+    int32_t after = std::abs(int32_t(state.window[2]));
+    float gain = state.gain;
+    const int32_t ratio = state.ratio;
     uint32_t peaks = 0;
     for (; next < sampleCount; ++next) {
-        if (IsPeak(state.window, state.ratio)) {
-            const float level = float(std::abs(int32_t(state.window[1]))) * state.gain;
-            if (double(level) > kPeakTarget) state.gain = GainHeldToTarget(level, state.gain);
-            ++peaks;
+        if (before < centre && after < centre) {
+            const int32_t quarter = centre / ratio;
+            if (quarter < before || quarter < after) {
+                const float level = float(centre) * gain;
+                if (double(level) > kPeakTarget) gain = GainHeldToTarget(level, gain);
+                ++peaks;
+            }
         }
-        state.window[0] = state.window[1];
-        state.window[1] = state.window[2];
-        state.window[2] = samples[next];
+        before = centre;
+        centre = after;
+        after = std::abs(int32_t(samples[next]));
     }
+    // The last three values the window took: from this block, or from the
+    // window it came with when the block held fewer than three samples.
+    const uint32_t taken = sampleCount > first ? sampleCount - first : 0;
+    int16_t window[3];
+    for (int slot = 0; slot < 3; ++slot) {
+        const int64_t back = int64_t(taken) - 3 + slot;  // index among the samples taken
+        window[slot] = back >= 0 ? samples[first + uint32_t(back)] : state.window[3 + back];
+    }
+    std::copy(window, window + 3, state.window);
+    state.gain = gain;
     *found = peaks;
 }
 
@@ -136,6 +149,17 @@ bool ApplyGainAndVolume(uint8_t* data, int32_t byteCount, uint16_t bitsPerSample
     return true;
 }
 
+namespace {
+
+// Whether some sample of the block, times the gain, lies beyond 16 bits.
+bool AnySampleCouldClip(const uint8_t* data, uint32_t count, float gain) {
+    int32_t loudest = 0;
+    for (uint32_t i = 0; i < count; ++i) loudest = std::max(loudest, std::abs(int32_t(LoadSample(data + 2 * size_t(i)))));
+    return double(loudest) * double(gain) > 32767.0;
+}
+
+}  // namespace
+
 bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPerSample, uint16_t channels,
                               float volume, float* gain) {
     if (channels == 0) return false;
@@ -147,10 +171,23 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
         return true;
     }
     if (bitsPerSample != 16) return true;
+    // The gain and the volume in locals: the bytes may alias anything, so
+    // through the pointer the gain would be read again for every sample.
     const uint32_t count = byteCount / 2;
+    const double scale = double(volume);
+    float held = *gain;
+    if (!AnySampleCouldClip(data, count, held)) {
+        // Most blocks once the scan has set the gain: nothing to hold down,
+        // so the loop has no test in it and vectorizes. The same arithmetic.
+        for (uint32_t i = 0; i < count; ++i) {
+            const double level = double(LoadSample(data + 2 * size_t(i))) * double(held) * scale;
+            StoreSample(data + 2 * size_t(i), int16_t(int32_t(level + (level < 0.0 ? -0.5 : 0.5))));
+        }
+        return true;
+    }
     for (uint32_t i = 0; i < count; ++i) {
         const int16_t sample = LoadSample(data + 2 * size_t(i));
-        const double product = double(sample) * double(*gain);
+        const double product = double(sample) * double(held);
         if (std::abs(product) > 32767.0 && i >= channels && i + channels < count) {
             // The neighbours of the same channel tell a true peak from a
             // lone click; a true one holds the gain down from here on.
@@ -158,15 +195,16 @@ bool ApplyGainAndVolumeFrames(uint8_t* data, uint32_t byteCount, uint16_t bitsPe
             const int32_t after = LoadSample(data + 2 * size_t(i + channels));
             const double quarter = std::abs(product) / 4.0;
             if (std::abs(before) > quarter || std::abs(after) > quarter) {
-                const float lowered = GainHeldToTarget(float(std::abs(product)), *gain);
-                *gain = lowered < kLowestGain ? kLowestGain : lowered;
+                const float lowered = GainHeldToTarget(float(std::abs(product)), held);
+                held = lowered < kLowestGain ? kLowestGain : lowered;
             }
         }
         // Nearest, halves away from zero; a cast truncates, so the half is
         // added on the side of the sign (cheaper than a library rounding).
-        const double held = std::clamp(product, -32768.0, 32767.0) * double(volume);
-        StoreSample(data + 2 * size_t(i), int16_t(int32_t(held + (held < 0.0 ? -0.5 : 0.5))));
+        const double level = std::clamp(product, -32768.0, 32767.0) * scale;
+        StoreSample(data + 2 * size_t(i), int16_t(int32_t(level + (level < 0.0 ? -0.5 : 0.5))));
     }
+    *gain = held;
     return true;
 }
 

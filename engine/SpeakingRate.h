@@ -17,17 +17,5 @@
 // when the stretch is negative or ends before it starts.
 SpeakingRate MeasureFileSpeakingRate(const std::string& path, int64_t startMs, int64_t endMs);
 
-// A stretch of speech between pauses of at least kSpokenStretchPauseSeconds,
-// with its own rate.
-struct SpokenStretch {
-    uint32_t startMs = 0;
-    uint32_t endMs = 0;
-    SpeakingRate rate;
-};
-constexpr double kSpokenStretchPauseSeconds = 0.25;
-
-// The whole file cut at its pauses, in order; throws as above.
-std::vector<SpokenStretch> FindSpokenStretches(const std::string& path);
-
 // The length of the samples of that file in milliseconds; throws as above.
 uint32_t WaveFileMilliseconds(const std::string& path);

@@ -11,7 +11,7 @@
 #include "dsp/WordCounter.h"
 #include "platform/Clock.h"
 #include "platform/MessageBox.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 

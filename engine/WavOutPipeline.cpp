@@ -11,7 +11,7 @@
 #include "platform/Clock.h"
 #include "platform/Debug.h"
 #include "platform/Messages.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 

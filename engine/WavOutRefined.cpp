@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -15,7 +16,7 @@
 #include "platform/Debug.h"
 #include "platform/Messages.h"
 #include "riff/WaveLayout.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 
@@ -66,11 +67,23 @@ bool CWavOut::OpenRefinedWaveFile(const char* path)
     if (m_format.bitsPerSample == 16) {
         // The gain looks at the samples only, not at chunks after them.
         m_file.Seek(m_dataStart, CFile::begin);
+        // The scan takes its samples a little at a time; the file is read
+        // in large pieces under it, so an hour's file costs a few thousand
+        // reads rather than a million.
         uint64_t left = m_dataEnd - m_dataStart;
-        m_gain = ScanPeakGainWith([this, &left](int16_t* into, uint32_t capacity) {
-            const uint32_t got = m_file.Read(into, static_cast<uint32_t>(std::min<uint64_t>(capacity, left)));
-            left -= got;
-            return got;
+        std::vector<uint8_t> ahead(64 * 1024);
+        size_t aheadStart = 0;
+        size_t aheadEnd = 0;
+        m_gain = ScanPeakGainWith([&](int16_t* into, uint32_t capacity) {
+            if (aheadStart == aheadEnd && left > 0) {
+                aheadStart = 0;
+                aheadEnd = m_file.Read(ahead.data(), static_cast<uint32_t>(std::min<uint64_t>(ahead.size(), left)));
+                left -= aheadEnd;
+            }
+            const size_t got = std::min<size_t>(capacity, aheadEnd - aheadStart);
+            std::memcpy(into, ahead.data() + aheadStart, got);
+            aheadStart += got;
+            return static_cast<uint32_t>(got);
         });
     }
     m_bOpened = 1;

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "fuzz/FuzzSupport.h"
 #include "media/EncodedAudio.h"
+#include "platform/OwnedFiles.h"
 #include "platform/Library.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const std::string path = scratch.Write("lesson.wzq", data, size);
     EncodedFrameCounts counts;
-    const std::string wavPath = ConvertToWavWith(path, kCodecLibraryName, &counts);
+    const std::string wavPath = ConvertToWavWith(path, kCodecLibraryName, std::string(), &counts);
     if (wavPath.empty()) return 0;
     if (counts.held > counts.declared) std::abort();
     CFile wav;
@@ -34,6 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::memcpy(&dataBytes, head + 40, 4);
     if (wav.GetLength() != 44u + dataBytes) std::abort();
     wav.Close();
-    ::unlink(wavPath.c_str());
+    // Through the registry of the files the control made, which holds each
+    // one open until it is deleted so.
+    if (!platform::DeleteOwnedFile(wavPath)) std::abort();
     return 0;
 }

@@ -9,7 +9,7 @@
 #include "platform/File.h"
 #include "platform/Library.h"
 #include "platform/OwnedFiles.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 const char* const kCodecLibraryName = "libvoxcodec.so";
 

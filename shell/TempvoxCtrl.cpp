@@ -12,7 +12,7 @@
 #include "platform/File.h"
 #include "platform/Messages.h"
 #include "platform/OwnedFiles.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 

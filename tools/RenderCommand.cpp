@@ -147,8 +147,12 @@ int RunRenderCommand(const std::vector<std::string>& args)
         control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
             if (id == 1) ended = true;
         });
+        // The word counts are no part of the sound and nobody reads them
+        // here: render never counts (--just-play stays accepted).
+        settings.justPlay = true;
         status = ApplyPlaySettings(control, settings, "render");
         if (status == kExitOk && control.StartPlay()) {
+            progress.Show(control);
             while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0)
                 progress.Show(control);
             if (platform::TerminationSignal() == 0) WaitForPlayOut(control);

@@ -12,7 +12,7 @@
 #include "platform/HostUi.h"
 #include "platform/MessageBox.h"
 #include "platform/OwnedFiles.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 namespace {
 

@@ -88,6 +88,33 @@ TEST(PeakScan, BlockCountsPeaksAndLowersGainBelowOneWithinTheScan) {
     EXPECT_EQ(eightBit.gain, 50.0f);
 }
 
+TEST(PeakScan, BlocksOfAnySizeSeeTheSamePeaks) {
+    // The window carries from block to block, so one stream cut into blocks
+    // of one, two or more samples finds what one block finds: here two
+    // peaks, 1000 (gain 30) and then 3000 (gain 10).
+    const std::vector<int16_t> samples = {7, 500, 1000, 500, 9, 1500, 3000, 1500, 4, 3, 8};
+    for (const size_t size : std::initializer_list<size_t>{1, 2, 3, 4, 5, samples.size()}) {
+        PeakScanState state;
+        uint32_t total = 0;
+        for (size_t at = 0; at < samples.size(); at += size) {
+            uint32_t found = 0;
+            const size_t count = std::min(size, samples.size() - at);
+            ScanPeakBlock(state, samples.data() + at, uint32_t(count * 2), &found);
+            total += found;
+        }
+        // A block of fewer than three samples can't start the window.
+        if (size < 3) {
+            EXPECT_EQ(total, 0u) << size;
+            continue;
+        }
+        EXPECT_EQ(total, 2u) << size;
+        EXPECT_EQ(state.gain, 10.0f) << size;
+        EXPECT_EQ(state.window[0], 4) << size;
+        EXPECT_EQ(state.window[1], 3) << size;
+        EXPECT_EQ(state.window[2], 8) << size;
+    }
+}
+
 TEST(PeakScan, StopsAfterTheLastReadThatPassesTheirLimit) {
     // Alternating 1, 2 holds a peak on every second sample: 511 in the first
     // read, 512 in each later one, so the read of samples 2644992..2646015,

@@ -119,40 +119,4 @@ TEST(SpeakingRate, RefusesWhatItCannotMeasure)
     EXPECT_EQ(MeasureFileSpeakingRate(good, 300, 300).syllables, 0u) << "an empty stretch";
 }
 
-TEST(SpeakingRate, CutsAFileAtItsPauses)
-{
-    struct Case {
-        std::vector<int> counts;
-        std::vector<double> pauses;  // before each group
-        size_t stretches;
-    };
-    const Case cases[] = {
-        {{5, 8, 3}, {0.4, 1.0, 0.6}, 3},
-        // A pause of 0.2 s is part of the speech.
-        {{4, 4}, {0.4, 0.2}, 1},
-        {{6}, {0.0}, 1},
-    };
-    for (const Case& c : cases) {
-        const std::string path = File("rate-groups.wav", Groups(c.counts, c.pauses, 44100, 2), 44100, 2);
-        const std::vector<SpokenStretch> stretches = FindSpokenStretches(path);
-        ASSERT_EQ(stretches.size(), c.stretches);
-        if (c.stretches != c.counts.size()) {
-            uint64_t total = 0;
-            for (int n : c.counts) total += uint64_t(n);
-            EXPECT_EQ(stretches[0].rate.syllables, total);
-            continue;
-        }
-        double start = 0.0;
-        for (size_t g = 0; g < c.counts.size(); ++g) {
-            start += c.pauses[g];
-            const double end = start + c.counts[g] * 0.3 - 0.1;
-            SCOPED_TRACE(testing::Message() << "group " << g << ", " << start << " to " << end << " s");
-            EXPECT_EQ(stretches[g].rate.syllables, uint64_t(c.counts[g]));
-            EXPECT_NEAR(stretches[g].startMs / 1000.0, start, 0.1);
-            EXPECT_NEAR(stretches[g].endMs / 1000.0, end, 0.1);
-            start = end;
-        }
-    }
-}
-
 }  // namespace

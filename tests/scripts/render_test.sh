@@ -75,6 +75,14 @@ assert abs(fast_refined - 1.5) < 0.02, fast_refined
 assert abs(slow_refined - 6.0) < 0.03, slow_refined
 PY
 
+# What render writes is what a play hears, word counting and all (render
+# itself skips the counting), in both profiles.
+for profile in "" --classic; do
+  "$tool" render "$work/quiet.wav" "$work/rendered.wav" --level 25 $profile > /dev/null
+  "$tool" play "$work/quiet.wav" --level 25 $profile --audio "capture:$work/heard.wav" > /dev/null
+  cmp -s "$work/rendered.wav" "$work/heard.wav" || fail "render ${profile:-refined} differs from what play hears"
+done
+
 # A bad input: the engine's message, a non-zero exit, and no file left.
 if "$tool" render "$work/noise_missing.wav" "$work/bad.wav" 2> "$work/bad.err"; then fail "bad input accepted"; fi
 grep -q "装载音频文件失败" "$work/bad.err" || fail "no engine message for a bad input"

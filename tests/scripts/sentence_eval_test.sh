@@ -62,6 +62,18 @@ for i, (fields, (s, e)) in enumerate(zip(labels, times)):
     assert len(fields) == 3 and fields[2] == f"Sentence {i + 1}", fields
     assert abs(float(fields[0]) - s) < 0.0005 and abs(float(fields[1]) - e) < 0.0005, (fields, s, e)
 print(f"ok   json and labels: {len(times)} sentences")
+
+# `tempvox rate --per-sentence` rates the same sentences, one line each in
+# their order, then the whole file.
+lines = subprocess.run([tool, "rate", recording, "--per-sentence"], check=True, capture_output=True,
+                       text=True).stdout.splitlines()
+assert len(lines) == len(times) + 1 and lines[-1].startswith("whole file"), lines
+for line, (s, e) in zip(lines, times):
+    m = re.match(r"\s*([\d.]+)-\s*([\d.]+) s\s+([\d.]+) syllables/s", line)
+    assert m and abs(float(m.group(1)) - s) < 0.006 and abs(float(m.group(2)) - e) < 0.006, (line, s, e)
+    # Speech at any rate the set is spoken at: between 2 and 8 syllables a second.
+    assert 2.0 < float(m.group(3)) < 8.0, line
+print(f"ok   rate --per-sentence: the {len(times)} sentences rated")
 PY
 
 # Bad input: a clear message and a failing status, nothing written.

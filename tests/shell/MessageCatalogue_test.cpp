@@ -4,7 +4,7 @@
 
 #include "platform/Debug.h"
 #include "platform/MessageBox.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 #include "shell/TempvoxCtrl.h"
 
 namespace {

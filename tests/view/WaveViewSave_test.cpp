@@ -7,7 +7,7 @@
 #include "platform/Clock.h"
 #include "platform/File.h"
 #include "platform/FileApi.h"
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 #include "tests/view/ViewFixture.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "shell/MessageCatalogue.h"
+#include "messages/MessageCatalogue.h"
 
 #include <cstring>
 
