@@ -61,8 +61,9 @@ work = sys.argv[1]
 wav(work + "/source.wav", 1.2)
 wav(work + "/long.wav", 20)
 PY
-# Ten minutes, for a render that is still running when the signal comes.
-sox -n -r 16000 -c 1 -b 16 "$work/ten-minutes.wav" synth 600 sine 220 vol 0.3
+# An hour, for a render that is still running when the signal comes (a
+# render of ten minutes at half speed takes well under a second).
+sox -n -r 16000 -c 1 -b 16 "$work/an-hour.wav" synth 3600 sine 220 vol 0.3
 for folder in rw ro; do
   dir=$work/data/$folder
   cp "$work/source.wav" "$dir/lesson.wav"
@@ -73,7 +74,6 @@ for folder in rw ro; do
 done
 cp "$work/source.wav" "$work/served/lesson.wav"
 cp "$work/long.wav" "$work/served/long.wav"
-cp "$work/ten-minutes.wav" "$work/data/rw/ten-minutes.wav"
 if [ ${#as_user[@]} -gt 0 ]; then chown -R 65534:65534 "$home" "$work/data" "$work/out"; fi
 chmod 555 "$work/data/ro"
 
@@ -159,7 +159,7 @@ check "SIGHUP during play" 129 "$(signalled HUP 1 play "$work/data/rw/long.wav" 
 check "files after SIGINT and SIGHUP" "$before" "$(snapshot)"
 # A render slowed down: long enough to be caught in the middle.
 check "SIGINT during render" 130 \
-  "$(signalled INT 0.5 render "$work/data/rw/ten-minutes.wav" "$work/out/slow.wav" --level -60)"
+  "$(signalled INT 0.3 render "$work/an-hour.wav" "$work/out/slow.wav" --level -60)"
 check "no render output or partial file" "" "$(ls -A "$work/out")"
 check "files after SIGINT during render" "$before" "$(snapshot)"
 
