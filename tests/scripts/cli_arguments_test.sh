@@ -12,16 +12,7 @@ work=$3/cli-arguments
 rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 # run ARGS...: sets status, out and err.
 run() {
   set +e

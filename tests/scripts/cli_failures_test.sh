@@ -10,16 +10,7 @@ work=$3/cli-failures
 rm -rf "$work"
 mkdir -p "$work/served"
 cd "$work"
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 # expect STATUS TEXT ARGS...: the tool exits STATUS, and the last line on
 # standard error (after the control's own boxes) holds TEXT.
 expect() {

@@ -21,16 +21,7 @@ for program in ffmpeg ffprobe; do
   command -v $program >/dev/null || { echo "FAIL: $program is needed (scripts/deps.sh installs it)"; exit 1; }
 done
 
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 "$source_dir/scripts/make-sample.sh" sample.wav "Welcome to the lesson. Listen, then repeat each word." >/dev/null
 ff() { ffmpeg -hide_banner -loglevel error -nostdin -y "$@"; }

@@ -10,16 +10,7 @@ work=$3/media-encode
 rm -rf "$work"
 mkdir -p "$work/alone"
 cd "$work"
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 status_of() { set +e; "$@" >/dev/null 2>&1; local s=$?; set -e; echo $s; }
 
 # Speech-like sources, in integer arithmetic so every machine makes the

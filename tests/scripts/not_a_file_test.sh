@@ -10,16 +10,7 @@ rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
 mkfifo lesson.wav
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 # The exit status, with 124 for a run that timeout had to stop.
 status_of() { set +e; timeout 20 "$@" >/dev/null 2>&1 </dev/null; local s=$?; set -e; echo $s; }
 

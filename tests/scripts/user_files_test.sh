@@ -10,20 +10,11 @@ set -euo pipefail
 tool=$1
 source_dir=$2
 build=$(dirname "$3")
-failures=0
-passes=0
-check() {  # check NAME EXPECTED ACTUAL
-  if [ "$2" = "$3" ]; then
-    passes=$((passes + 1))
-  else
-    echo "FAIL: $1: expected '$2', got '$3'"
-    # What the tool said on its last run tells why.
-    [ -s "$work/stderr" ] && sed 's/^/  stderr: /' "$work/stderr" | tail -n 20
-    failures=$((failures + 1))
-  fi
-}
+source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 work=$(mktemp -d /tmp/tempvox-user-files.XXXXXX)
+# What the tool said on its last run tells why a check failed.
+check_stderr=$work/stderr
 server_pid=
 display_pid=
 cleanup() {
