@@ -15,21 +15,25 @@ command -v tmux >/dev/null || { echo "tmux is missing (apt-get install tmux)"; e
 sox -n -r 8000 -c 1 -b 16 "$work/long.wav" synth 180 sine 300 vol 0.1
 
 python3 - "$tool" "$work" <<'PY'
-import re, subprocess, sys, time
+import os, re, subprocess, sys, time
 
 tool, work = sys.argv[1], sys.argv[2]
 session = f"tempvox-keys-{int(time.time() * 1000) % 100000}"
 status_line = re.compile(r"(\d+):(\d+\.\d) / (\d+:\d+\.\d) +(\d+)% +(\d\.\d\d)x +\[(\w+)\](.*)$")
 
+# A tmux server of this test's own: on the shared default server, another
+# test ending its last session can shut the server down under our new-session.
+socket = f"tempvox-keys-{os.getpid()}"
+
 def tmux(*args):
-    return subprocess.run(["tmux", *args], check=True, capture_output=True, text=True).stdout
+    return subprocess.run(["tmux", "-L", socket, *args], check=True, capture_output=True, text=True).stdout
 
 def start():
     tmux("new-session", "-d", "-s", session, "-x", "160", "-y", "40",
          f"{tool} play {work}/long.wav --audio null; echo EXIT=$?; sleep 60")
 
 def stop():
-    subprocess.run(["tmux", "kill-session", "-t", session], capture_output=True)
+    subprocess.run(["tmux", "-L", socket, "kill-server"], capture_output=True)
 
 def screen():
     return tmux("capture-pane", "-p", "-t", session)
@@ -68,6 +72,9 @@ def case(name, body):
         print(f"ok   {name}")
     except AssertionError as failure:
         print(f"FAIL {name}: {failure}")
+        failures += 1
+    except subprocess.CalledProcessError as failure:
+        print(f"FAIL {name}: {' '.join(failure.cmd)}: {failure.stderr}")
         failures += 1
     finally:
         stop()

@@ -12,7 +12,7 @@ mkdir -p "$work"
 command -v tmux >/dev/null || { echo "tmux is missing (apt-get install tmux)"; exit 1; }
 
 python3 - "$tool" "$work" <<'PY'
-import re, struct, subprocess, sys, time
+import os, re, struct, subprocess, sys, time
 
 tool, work = sys.argv[1], sys.argv[2]
 rate = 16000
@@ -41,8 +41,12 @@ with open(path, "wb") as f:
 session = f"tempvox-sentences-{int(time.time() * 1000) % 100000}"
 status_line = re.compile(r"(\d+):(\d+\.\d) / \S+ +\d+% +\S+ +\[(\w+)\] +sentence (\S+)/5(.*)$")
 
+# A tmux server of this test's own: on the shared default server, another
+# test ending its last session can shut the server down under our new-session.
+socket = f"tempvox-sentences-{os.getpid()}"
+
 def tmux(*args):
-    return subprocess.run(["tmux", *args], check=True, capture_output=True, text=True).stdout
+    return subprocess.run(["tmux", "-L", socket, *args], check=True, capture_output=True, text=True).stdout
 
 def start(arguments):
     tmux("new-session", "-d", "-s", session, "-x", "160", "-y", "40",
@@ -69,7 +73,7 @@ def wait_for(what, condition, timeout=6.0):
     raise AssertionError(f"{what}: last status {status()}\n{screen()}")
 
 def stop():
-    subprocess.run(["tmux", "kill-session", "-t", session], capture_output=True)
+    subprocess.run(["tmux", "-L", socket, "kill-server"], capture_output=True)
 
 failures = 0
 try:
@@ -132,6 +136,9 @@ try:
     print("ok   keys n, b, r, s and space move by sentence")
 except AssertionError as failure:
     print(f"FAIL {failure}")
+    failures += 1
+except subprocess.CalledProcessError as failure:
+    print(f"FAIL {' '.join(failure.cmd)}: {failure.stderr}")
     failures += 1
 finally:
     stop()
