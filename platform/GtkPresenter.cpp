@@ -11,6 +11,7 @@
 #include "platform/HostUi.h"
 #include "platform/MessageBox.h"
 #include "platform/Messages.h"
+#include "platform/Termination.h"
 #include "platform/Window.h"
 
 namespace platform {
@@ -22,6 +23,34 @@ HWND TopLevelOf(HWND window)
     while (HWND parent = GetParent(top)) top = parent;
     return top;
 }
+
+// A menu or a dialogue runs a loop of its own until the user answers it. A
+// termination signal has to end that loop too, or SIGTERM and Ctrl-C would
+// wait for a click; the popup is closed as if the user had dismissed it.
+class ClosedOnTermination {
+public:
+    explicit ClosedOnTermination(GtkWidget* popup) : m_popup(popup), m_source(g_timeout_add(50, &Check, this)) {}
+    ~ClosedOnTermination()
+    {
+        if (m_source != 0) g_source_remove(m_source);
+    }
+    ClosedOnTermination(const ClosedOnTermination&) = delete;
+    ClosedOnTermination& operator=(const ClosedOnTermination&) = delete;
+
+private:
+    static gboolean Check(gpointer data)
+    {
+        auto* self = static_cast<ClosedOnTermination*>(data);
+        if (TerminationSignal() == 0) return G_SOURCE_CONTINUE;
+        self->m_source = 0;
+        if (GTK_IS_MENU_SHELL(self->m_popup)) gtk_menu_shell_deactivate(GTK_MENU_SHELL(self->m_popup));
+        if (GTK_IS_DIALOG(self->m_popup)) gtk_dialog_response(GTK_DIALOG(self->m_popup), GTK_RESPONSE_CANCEL);
+        return G_SOURCE_REMOVE;
+    }
+
+    GtkWidget* m_popup;
+    guint m_source;
+};
 
 WPARAM ButtonFlags(guint state)
 {
@@ -140,7 +169,10 @@ public:
         GdkRectangle at{request.screenPoint.x - windowRect.left, request.screenPoint.y - windowRect.top, 1, 1};
         gtk_menu_popup_at_rect(GTK_MENU(menu), gtk_widget_get_window(shown->second.area), &at, GDK_GRAVITY_NORTH_WEST,
                                GDK_GRAVITY_NORTH_WEST, nullptr);
-        g_main_loop_run(loop);
+        {
+            const ClosedOnTermination watch(menu);
+            g_main_loop_run(loop);
+        }
         g_main_loop_unref(loop);
         gtk_widget_destroy(menu);
         return chosen;
@@ -160,6 +192,7 @@ public:
         if (!request.openDialog && !request.fileName.empty()) gtk_file_chooser_set_current_name(chooser, request.fileName.c_str());
         AddFilters(chooser, request.filter);
         FileDialogAnswer answer;
+        const ClosedOnTermination watch(dialog);
         if (gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_ACCEPT) {
             if (char* path = gtk_file_chooser_get_filename(chooser)) {
                 answer.accepted = true;
@@ -209,7 +242,11 @@ private:
                                                    request.text.c_str());
         gtk_window_set_title(GTK_WINDOW(dialog), request.caption.empty() ? "Tempvox" : request.caption.c_str());
         if (kind == MB_YESNOCANCEL) gtk_dialog_add_button(GTK_DIALOG(dialog), "_Cancel", GTK_RESPONSE_CANCEL);
-        int response = gtk_dialog_run(GTK_DIALOG(dialog));
+        int response = 0;
+        {
+            const ClosedOnTermination watch(dialog);
+            response = gtk_dialog_run(GTK_DIALOG(dialog));
+        }
         gtk_widget_destroy(dialog);
         switch (response) {
         case GTK_RESPONSE_YES: return IDYES;

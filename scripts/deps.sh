@@ -8,10 +8,10 @@ packages=(
   cmake ninja-build g++ pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libasound2-dev libcurl4-openssl-dev libcli11-dev
-  libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core
+  libfreetype-dev libfontconfig-dev libpng-dev fonts-dejavu-core fonts-wqy-microhei
   libgtk-3-dev
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev ffmpeg
-  espeak-ng sox tmux xvfb
+  espeak-ng sox tmux xvfb xdotool pango1.0-tools
   python3 python3-pyftpdlib python3-pytest openssl
   clang libclang-rt-14-dev
 )

@@ -12,6 +12,7 @@
 #include "platform/Termination.h"
 #include "tools/ExitCodes.h"
 #include "tools/Failures.h"
+#include "tools/Language.h"
 #include "tools/SourceNotes.h"
 
 namespace {
@@ -85,6 +86,13 @@ void AddPlaySettingsOptions(CLI::App& app, PlaySettings& settings)
     app.add_option("--noise", settings.noise, "mix this recording in as background noise")->type_name("FILE");
     app.add_flag("--just-play", settings.justPlay, "switch word counting off");
     app.add_flag("--classic", settings.classic, "play as the original control did (the refined profile is the default)");
+    settings.languageSlot = LanguageSlotFromEnvironment();
+    app.add_option_function<std::string>(
+           "--lang",
+           [&settings](const std::string& name) { settings.languageSlot = *LanguageSlotForName(name); },
+           "the language of the player's messages and menu (default: the locale's; Chinese locales zh, all others en)")
+        ->check(CLI::IsMember({"en", "zh"}))
+        ->type_name("en|zh");
 }
 
 int ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, const char* command)
@@ -100,6 +108,9 @@ int ApplyPlaySettings(CTempvoxCtrl& control, const PlaySettings& settings, const
         std::fprintf(stderr, "tempvox %s: %s holds %u of its %u frames\n", command, settings.source.c_str(),
                      frames.held, frames.declared);
     }
+    // The control starts in the Chinese slot; a learner reads its boxes in
+    // their own language from the first one on.
+    control.SetLanguageType(settings.languageSlot);
     // The profile first: it decides how an https address is fetched.
     control.Engine().SetPlaybackProfile(settings.classic ? kProfileClassic : kProfileRefined);
     BOOL named;

@@ -17,6 +17,9 @@ struct PlaySettings {
     bool justPlay = false;
     // Our tools play in the refined profile unless asked for the classic one.
     bool classic = false;
+    // The catalogue slot of the control's boxes and menu: from --lang, else
+    // from the locale (tools/Language.h).
+    short languageSlot = 0;
 };
 
 namespace CLI {

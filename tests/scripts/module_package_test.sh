@@ -90,6 +90,8 @@ for file in "${wanted[@]}"; do
   grep -q -x "$file" "$work/contents" || { echo "FAIL: $file is not in the package"; cat "$work/contents"; exit 1; }
 done
 dpkg-deb -f "$deb" Package | grep -q -x tempvox
+dpkg-deb -f "$deb" Depends | grep -q "fonts-wqy-microhei | fonts-noto-cjk" ||
+  { echo "FAIL: the package does not bring a CJK font: $(dpkg-deb -f "$deb" Depends)"; exit 1; }
 # Unpacked, the package's tool runs and finds what it needs.
 dpkg-deb -x "$deb" "$work/root"
 "$work/root/usr/bin/tempvox" --help >/dev/null 2>&1
