@@ -85,8 +85,11 @@ const PluginHeader* LoadPlugin(const char* fileName, uint32_t version, uint32_t 
     static std::mutex lock;
     static std::map<std::string, Loaded>* loaded = new std::map<std::string, Loaded>();  // outlives every caller
     std::lock_guard<std::mutex> hold(lock);
-    auto found = loaded->find(fileName);
-    if (found == loaded->end()) found = loaded->emplace(fileName, Load(fileName, version, size)).first;
+    // Keyed by what was asked as well, so that a table of another layout is
+    // never handed out for one that was checked before.
+    const std::string key = std::string(fileName) + "/" + std::to_string(version) + "/" + std::to_string(size);
+    auto found = loaded->find(key);
+    if (found == loaded->end()) found = loaded->emplace(key, Load(fileName, version, size)).first;
     error = found->second.error;
     return found->second.header;
 }
