@@ -37,6 +37,10 @@ public:
 // refused), or null.
 std::unique_ptr<ByteSource> OpenFileSource(const std::string& path);
 
+// True when the FFmpeg plugin (tempvox-ffmpeg.so) is loaded or loads now;
+// false with `why` naming it when it is missing or refused.
+bool FfmpegAvailable(std::string& why);
+
 // What the samples are and where they came from.
 struct DecodedStream {
     uint16_t channels = 0;        // of the samples handed out: 1 or 2

@@ -14,8 +14,9 @@ namespace platform {
 // become GTK's own. Lives on the host's thread, which also runs GTK.
 class GtkPresenter {
 public:
-    // Null when there is no display (or no GTK in this build).
-    static std::unique_ptr<GtkPresenter> Create();
+    // Loads the GTK plugin (tempvox-gtk.so) and opens the display. Null,
+    // with `whyNot` set, when the plugin is missing or there is no display.
+    static std::unique_ptr<GtkPresenter> Create(std::string& whyNot);
     virtual ~GtkPresenter() = default;
 
     virtual void Show(HWND topLevel, const std::string& title) = 0;

@@ -210,9 +210,11 @@ private:
 // selected section plays again each time it ends.
 int RunWithView(CTempvoxCtrl& control, bool& ended)
 {
-    std::unique_ptr<platform::GtkPresenter> presenter = platform::GtkPresenter::Create();
+    std::string whyNot;
+    std::unique_ptr<platform::GtkPresenter> presenter = platform::GtkPresenter::Create(whyNot);
     if (!presenter) {
-        std::fprintf(stderr, "tempvox play: --view needs a display (set DISPLAY, or run under xvfb-run)\n");
+        std::fprintf(stderr, "tempvox play: --view: the window is not available: %s (set DISPLAY, or run under xvfb-run)\n",
+                     whyNot.c_str());
         return 2;
     }
     constexpr int kWidth = 800;

@@ -7,6 +7,7 @@
 
 #include "media/AudioLocator.h"
 #include "media/EncodedAudio.h"
+#include "media/FfmpegDecoder.h"
 #include "platform/Download.h"
 #include "platform/Messages.h"
 #include "platform/Termination.h"
@@ -32,6 +33,15 @@ bool SplitRemote(const std::string& source, std::string& address, std::string& p
     return false;
 }
 
+// A file the control would not take: every format but plain PCM WAV goes
+// through the FFmpeg plugin, so without it that is the reason to give.
+Failure NotPlayable()
+{
+    std::string missing;
+    if (!media::FfmpegAvailable(missing)) return Failure{kExitUnsupported, "cannot decode it: " + missing};
+    return Failure{kExitUnsupported, std::string("not audio tempvox can play; ") + kSupportedInputs};
+}
+
 // Says why the control would not take `source`, after its own box: the
 // download's failure for an address, else what is wrong with the file.
 int ReportSourceFailure(const std::string& source, bool remote, const char* command)
@@ -47,7 +57,7 @@ int ReportSourceFailure(const std::string& source, bool remote, const char* comm
     } else if (const std::optional<Failure> failure = CheckInputFile(source)) {
         return ReportFailure(command, source, *failure);
     }
-    return ReportFailure(command, source, Failure{kExitUnsupported, std::string("not audio tempvox can play; ") + kSupportedInputs});
+    return ReportFailure(command, source, NotPlayable());
 }
 
 // "RIFF" and "WAVE" where a wave file has them.
@@ -153,8 +163,7 @@ int ReportStartFailure(CTempvoxCtrl& control, const PlaySettings& settings, cons
     const bool unreadableWave = !remote && control.LastDecode().wavPath.empty() && !IsEncodedPath(settings.source) &&
                                 !HasWaveHead(settings.source);
     if (decodedNothing || unreadableWave)
-        return ReportFailure(command, settings.source,
-                             Failure{kExitUnsupported, std::string("not audio tempvox can play; ") + kSupportedInputs});
+        return ReportFailure(command, settings.source, NotPlayable());
     return ReportFailure(command, settings.source, deviceFailure);
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <dirent.h>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -143,6 +144,15 @@ inline void RunCurrentTestInPrivateCopy()
     if (::link(executable.c_str(), copy.c_str()) != 0) {
         ASSERT_TRUE(platform::CopyFile(executable, copy, true));
         ASSERT_EQ(::chmod(copy.c_str(), 0755), 0);
+    }
+    // The plugins go with it, beside it, where the copy looks first.
+    if (DIR* plugins = ::opendir(TEMPVOX_PLUGIN_DIR)) {
+        while (const dirent* entry = ::readdir(plugins)) {
+            const std::string name = entry->d_name;
+            if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0)
+                ASSERT_EQ(::symlink((std::string(TEMPVOX_PLUGIN_DIR) + "/" + name).c_str(), (folder.Path() + name).c_str()), 0);
+        }
+        ::closedir(plugins);
     }
     const std::string marker = folder.Path() + "ran";
     const std::string filterOption = "--gtest_filter=" + filter;

@@ -25,6 +25,8 @@ mkdir -p "$work/bin" "$work/data" "$work/served"
 cd "$work"
 command -v ffmpeg >/dev/null || { echo "FAIL: ffmpeg is needed (scripts/deps.sh installs it)"; exit 1; }
 cp "$tool" bin/tempvox
+# Its plugins (FFmpeg, the network) go with it, beside it.
+find "$(dirname "$tool")" -maxdepth 4 -path '*/tempvox/tempvox-*.so' -exec ln -s {} bin/ \;
 
 ff() { ffmpeg -hide_banner -loglevel error -nostdin -y "$@"; }
 "$source_dir/scripts/make-sample.sh" sample.wav >/dev/null

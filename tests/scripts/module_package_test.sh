@@ -24,6 +24,13 @@ python_dir=lib/python$(/usr/bin/python3 -c 'import sys; print("%d.%d" % sys.vers
 expected=(bin/tempvox "$libdir/libtempvox.so" include/tempvox/host.h "$libdir/pkgconfig/tempvox.pc"
           "$python_dir/tempvox/__init__.py" "$python_dir/tempvox/control.py" share/doc/tempvox/copyright)
 if [ $with_codec = 1 ]; then expected+=("$libdir/libvoxcodec.so"); fi
+# The plugins that hold the heavy libraries, where the installed tool and
+# module look for them.
+plugins=()
+while IFS= read -r plugin; do plugins+=("$libdir/tempvox/$(basename "$plugin")"); done \
+  < <(find "$build_dir/$libdir/tempvox" -name 'tempvox-*.so')
+[ ${#plugins[@]} -ge 2 ] || { echo "FAIL: no plugins in the build tree"; exit 1; }
+expected+=("${plugins[@]}")
 for file in "${expected[@]}"; do
   [ -e "$prefix/$file" ] || { echo "FAIL: $file was not installed"; exit 1; }
 done
@@ -77,6 +84,24 @@ if "$prefix/bin/tempvox" regsvr -u -s "$prefix/$libdir/libtempvox.so" 2>/dev/nul
 fi
 echo "ok   installed host played to PlayComplete through the registry"
 
+# An installed tool finds its plugins: it decodes a FLAC file (FFmpeg) and
+# fetches from a loopback server (libcurl).
+sox "$work/speech.wav" "$work/speech.flac"
+mkdir -p "$work/served"
+cp "$work/speech.wav" "$work/served/"
+python3 "$source_dir/tests/media/AudioServer.py" http "$work/served" "$work/port" "$work/requests" &
+server=$!
+trap 'kill $server 2>/dev/null || true' EXIT
+for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
+uses_plugins() {  # uses_plugins TOOL WHERE
+  rm -f "$work/from-flac.wav" "$work/from-http.wav"
+  "$1" render "$work/speech.flac" "$work/from-flac.wav" >/dev/null 2>"$work/plugins.err" &&
+    "$1" render "http://127.0.0.1:$(cat "$work/port")/speech.wav" "$work/from-http.wav" >/dev/null 2>>"$work/plugins.err" &&
+    [ -s "$work/from-flac.wav" ] && [ -s "$work/from-http.wav" ] ||
+    { echo "FAIL: the $2 tool cannot decode or download"; cat "$work/plugins.err"; exit 1; }
+}
+uses_plugins "$prefix/bin/tempvox" installed
+
 # The package.
 (cd "$work" && cpack -G DEB --config "$build_dir/CPackConfig.cmake" -B "$work/package" >"$work/cpack.log" 2>&1) ||
   { echo "FAIL: cpack"; cat "$work/cpack.log"; exit 1; }
@@ -86,6 +111,7 @@ wanted=(usr/bin/tempvox usr/include/tempvox/host.h "usr/$libdir/libtempvox.so" "
         usr/lib/python3/dist-packages/tempvox/__init__.py usr/share/doc/tempvox/copyright
         usr/share/doc/tempvox/README.Debian)
 if [ $with_codec = 1 ]; then wanted+=("usr/$libdir/libvoxcodec.so"); fi
+for plugin in "${plugins[@]}"; do wanted+=("usr/$plugin"); done
 for file in "${wanted[@]}"; do
   grep -q -x "$file" "$work/contents" || { echo "FAIL: $file is not in the package"; cat "$work/contents"; exit 1; }
 done
@@ -95,6 +121,7 @@ dpkg-deb -f "$deb" Depends | grep -q "fonts-wqy-microhei | fonts-noto-cjk" ||
 # Unpacked, the package's tool runs and finds what it needs.
 dpkg-deb -x "$deb" "$work/root"
 "$work/root/usr/bin/tempvox" --help >/dev/null 2>&1
+uses_plugins "$work/root/usr/bin/tempvox" packaged
 # Stripped: no symbol table, no debug sections.
 for binary in "$work/root/usr/bin/tempvox" "$work/root/usr/$libdir/libtempvox.so"; do
   if readelf -S "$binary" | grep -q -E '\.symtab|\.debug_'; then
