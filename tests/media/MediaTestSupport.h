@@ -149,8 +149,9 @@ inline void RunCurrentTestInPrivateCopy()
     if (DIR* plugins = ::opendir(TEMPVOX_PLUGIN_DIR)) {
         while (const dirent* entry = ::readdir(plugins)) {
             const std::string name = entry->d_name;
-            if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0)
+            if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0) {
                 ASSERT_EQ(::symlink((std::string(TEMPVOX_PLUGIN_DIR) + "/" + name).c_str(), (folder.Path() + name).c_str()), 0);
+            }
         }
         ::closedir(plugins);
     }

@@ -21,14 +21,22 @@ tool, work = sys.argv[1], sys.argv[2]
 session = f"tempvox-keys-{int(time.time() * 1000) % 100000}"
 status_line = re.compile(r"(\d+):(\d+\.\d) / (\d+:\d+\.\d) +(\d+)% +(\d\.\d\d)x +\[(\w+)\](.*)$")
 
-# A tmux server of this test's own: on the shared default server, another
-# test ending its last session can shut the server down under our new-session.
-socket = f"tempvox-keys-{os.getpid()}"
+# A tmux server of this test's own, new for each case: on a shared server,
+# another test ending its last session can shut the server down under our
+# new-session, and a server just killed may still answer its socket.
+servers = 0
+socket = f"tempvox-keys-{os.getpid()}-0"
 
 def tmux(*args):
     return subprocess.run(["tmux", "-L", socket, *args], check=True, capture_output=True, text=True).stdout
 
+def next_server():
+    global servers, socket
+    servers += 1
+    socket = f"tempvox-keys-{os.getpid()}-{servers}"
+
 def start():
+    next_server()
     tmux("new-session", "-d", "-s", session, "-x", "160", "-y", "40",
          f"{tool} play {work}/long.wav --audio null; echo EXIT=$?; sleep 60")
 

@@ -41,14 +41,22 @@ with open(path, "wb") as f:
 session = f"tempvox-sentences-{int(time.time() * 1000) % 100000}"
 status_line = re.compile(r"(\d+):(\d+\.\d) / \S+ +\d+% +\S+ +\[(\w+)\] +sentence (\S+)/5(.*)$")
 
-# A tmux server of this test's own: on the shared default server, another
-# test ending its last session can shut the server down under our new-session.
-socket = f"tempvox-sentences-{os.getpid()}"
+# A tmux server of this test's own, new for each case: on a shared server,
+# another test ending its last session can shut the server down under our
+# new-session, and a server just killed may still answer its socket.
+servers = 0
+socket = f"tempvox-sentences-{os.getpid()}-0"
 
 def tmux(*args):
     return subprocess.run(["tmux", "-L", socket, *args], check=True, capture_output=True, text=True).stdout
 
+def next_server():
+    global servers, socket
+    servers += 1
+    socket = f"tempvox-sentences-{os.getpid()}-{servers}"
+
 def start(arguments):
+    next_server()
     tmux("new-session", "-d", "-s", session, "-x", "160", "-y", "40",
          f"{tool} play {path} --audio null {arguments}; echo EXIT=$?; sleep 60")
 
