@@ -507,7 +507,7 @@ HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Varia
 
     Variant value;
     try {
-        value = RunMember(id, kind, args);
+        value = member->run(*this, kind, args);
     } catch (const CFileException& failure) {
         // A file the member could not open, or could not read as a wave
         // file, reaches the host as the automation layer's exception.
@@ -521,82 +521,35 @@ HRESULT CTempvoxCtrl::Invoke(DISPID id, InvokeKind kind, const std::vector<Varia
     return S_OK;
 }
 
-Variant CTempvoxCtrl::RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& a)
+BOOL CTempvoxCtrl::GetIsSelectedWav() const { return m_waveView.IsSelected(); }
+
+void CTempvoxCtrl::SetOneSentenceTimeSpan(int32_t startTimePos, int32_t endTimePos)
 {
-    auto u32 = [&](size_t i) { return static_cast<uint32_t>(a[i].intValue); };
-    switch (id) {
-    case 1: return Variant::Bool(StartPlay());
-    case 2: PausePlay(); return {};
-    case 3: return Variant::Bool(ResumePlay());
-    case 4: return Variant::Bool(m_wavOut.SetVolume(a[0].intValue));
-    case 5: return Variant::I4(m_wavOut.GetVolume());
-    case 6: m_wavOut.SetChangeSpeedLevel(static_cast<int16_t>(a[0].intValue)); return {};
-    case 7: return Variant::I2(m_wavOut.GetChangeSpeedLevel());
-    case 8: return Variant::I2(static_cast<int16_t>(m_wavOut.GetPlayerState()));
-    case 9: return Variant::I4(static_cast<int32_t>(m_wavOut.GetTotalPlayTime()));
-    case 10: m_wavOut.SetCurrentPlayTime(u32(0)); return {};
-    case 11: return Variant::I4(static_cast<int32_t>(m_wavOut.GetCurrentPlayTime()));
-    case 12: m_wavOut.SpeedUp(u32(0)); return {};
-    case 13: m_wavOut.SpeedBack(u32(0)); return {};
-    case 14: StopPlay(); return {};
-    case 15: return Variant::Bool(SetPlayFilePath(a[0].CStr(), static_cast<int16_t>(a[1].intValue), a[2].CStr()));
-    case 16: return Variant::Str(GetPlayFilePath());
-    case 17: m_wavOut.LoadMixSound(a[0].CStr()); return {};
-    case 18: m_wavOut.SetMixerFlag(a[0].intValue); return {};
-    case 19: return Variant::Bool(m_wavOut.GetMixerFlag());
-    case 20:
-        return Variant::Bool(CreateWavViewWnd(a[0].intValue, a[1].intValue, a[2].intValue, a[3].intValue, a[4].intValue));
-    case 21: return Variant::I4(GetWavViewCtrlHwnd());
-    case 22: return Variant::Bool(AttachWavViewToFile(a[0].intValue));
-    case 23: CreateCaretForWavView(a[0].intValue); return {};
-    case 24: return Variant::Bool(m_waveView.IsSelected());
-    case 25: m_wavOut.SetLoopPlaySection(a[0].intValue, u32(1), u32(2)); return {};
-    case 26: m_wavOut.ResetToPlayFromCurPos(); return {};
-    case 27:
-        return Variant::Bool(
-            SetPlayFilePath2(a[0].CStr(), static_cast<int16_t>(a[1].intValue), a[2].CStr(), a[3].CStr()));
-    case 28: return Variant::Bool(DeleteAllDownedFile());
-    case 29: m_wavOut.SetCountWordTimeSpan(a[0].intValue); return {};
-    case 30: SetCountWordSquare(a[0].floatValue); return {};
-    case 31: m_wavOut.SetJustPlay(a[0].intValue); return {};
-    case 32:
-        m_sentencePauseArmed = false;
-        m_wavOut.SetOneSentenceTimeSpan(a[0].intValue, a[1].intValue);
-        return {};
-    case 33: return Variant::I4(m_wavOut.GetWordSpeedByAsyn(a[0].floatValue, a[1].intValue));
-    case 34:
-        if (kind == InvokeKind::PropertyPut) {
-            SetLanguageType(static_cast<int16_t>(a[0].intValue));
-            return {};
-        }
-        return Variant::I2(GetLanguageType());
-    case 35:
-        if (a[0].intValue != kProfileClassic && a[0].intValue != kProfileRefined)
-            throw std::invalid_argument("profile must be 0 (classic) or 1 (refined), got " +
-                                        std::to_string(a[0].intValue));
-        m_wavOut.SetPlaybackProfile(static_cast<int16_t>(a[0].intValue));
-        m_waveView.SetRefined(a[0].intValue == kProfileRefined);
-        return {};
-    case 36: return Variant::I2(m_wavOut.GetPlaybackProfile());
-    case 37: return Variant::I4(FindSentences(a[0].intValue));
-    case 38: return Variant::I4(GetSentenceStart(a[0].intValue));
-    case 39: return Variant::I4(GetSentenceEnd(a[0].intValue));
-    case 40: return Variant::I4(GetSentenceAt(a[0].intValue));
-    case 41: return Variant::Bool(PlaySentence(a[0].intValue));
-    case 42: {
-        const SpeakingRate rate = MeasureFileSpeakingRate(m_playFilePath, a[0].intValue, a[1].intValue);
-        return Variant::R4(static_cast<float>(rate.SyllablesPerSecond()));
+    m_sentencePauseArmed = false;
+    m_wavOut.SetOneSentenceTimeSpan(startTimePos, endTimePos);
+}
+
+void CTempvoxCtrl::SetPlaybackProfile(int16_t profile)
+{
+    if (profile != kProfileClassic && profile != kProfileRefined)
+        throw std::invalid_argument("profile must be 0 (classic) or 1 (refined), got " + std::to_string(profile));
+    m_wavOut.SetPlaybackProfile(profile);
+    m_waveView.SetRefined(profile == kProfileRefined);
+}
+
+float CTempvoxCtrl::GetSpeakingRate(int32_t startMs, int32_t endMs) const
+{
+    const SpeakingRate rate = MeasureFileSpeakingRate(m_playFilePath, startMs, endMs);
+    return static_cast<float>(rate.SyllablesPerSecond());
+}
+
+void CTempvoxCtrl::SetSyllablesPerWord(float ratio)
+{
+    if (!IsSyllablesPerWordValid(ratio)) {
+        char why[128];
+        std::snprintf(why, sizeof why, "syllables per word must be from %g to %g, got %g", kMinSyllablesPerWord,
+                      kMaxSyllablesPerWord, double(ratio));
+        throw std::invalid_argument(why);
     }
-    case 43:
-        if (!IsSyllablesPerWordValid(a[0].floatValue)) {
-            char why[128];
-            std::snprintf(why, sizeof why, "syllables per word must be from %g to %g, got %g", kMinSyllablesPerWord,
-                          kMaxSyllablesPerWord, double(a[0].floatValue));
-            throw std::invalid_argument(why);
-        }
-        m_wavOut.SetSyllablesPerWord(a[0].floatValue);
-        return {};
-    default:
-        return {};
-    }
+    m_wavOut.SetSyllablesPerWord(ratio);
 }

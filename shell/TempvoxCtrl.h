@@ -58,6 +58,16 @@ public:
     void SetCountWordSquare(float fSquare) { m_fSquare = fSquare; }
     int16_t GetLanguageType() const;
     void SetLanguageType(int16_t value);
+    BOOL GetIsSelectedWav() const;
+    // A span that the host arms itself keeps the engine's rule: play goes on.
+    void SetOneSentenceTimeSpan(int32_t startTimePos, int32_t endTimePos);
+    // 0 classic or 1 refined, for the engine and the view; anything else
+    // throws std::invalid_argument, which reaches the host as an exception.
+    void SetPlaybackProfile(int16_t profile);
+    // Syllables per second of a stretch of the current file.
+    float GetSpeakingRate(int32_t startMs, int32_t endMs) const;
+    // Throws std::invalid_argument outside the valid ratios.
+    void SetSyllablesPerWord(float ratio);
 
     // The sentences of the current file (ids 37 to 41), in milliseconds of
     // the file, numbered from 0. FindSentences reads the whole file once on
@@ -99,7 +109,6 @@ private:
     void StopAndDeleteTemporaries();
     BOOL TakeLocatedPath();
     bool TakeDecodedCopy();
-    Variant RunMember(DISPID id, InvokeKind kind, const std::vector<Variant>& args);
     void OnSentenceDone();
     void ArmSentencePause(const SentenceTimes& sentence);
 

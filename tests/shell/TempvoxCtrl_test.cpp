@@ -53,6 +53,8 @@ TEST(DispatchTable, MembersAndEventsAreCompleteAndUnique)
         ids.insert(member.id);
         names.insert(member.name);
         EXPECT_EQ(FindMemberByName(member.name), &member);
+        // A row without its handler would dispatch to nothing.
+        EXPECT_NE(member.run, nullptr) << member.name;
     }
     // The original surface holds ids 1 to 34, the property last; members of
     // our own follow without a gap.
