@@ -115,6 +115,12 @@ AudioBackendConfig GetAudioBackend();
 // True when an ALSA playback device can be opened at all on this machine.
 bool AlsaOutputAvailable(const std::string& device = "default");
 
+// A device as the tools, the container and the module all name it:
+// "default" (the sound card when one answers, else the null device),
+// "alsa", "alsa:DEVICE" (an ALSA device name), "null", "manual" or
+// "capture:FILE". False for anything else, with `config` left as it was.
+bool ParseAudioDevice(const std::string& text, AudioBackendConfig& config);
+
 // The manual device that was opened last and is not yet closed, or nothing.
 // Tests and the container drive it from their own thread.
 class ManualWaveOut {

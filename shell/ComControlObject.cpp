@@ -1,260 +1,24 @@
 #include "shell/ComObjects.h"
 
-#include <atomic>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
-#include <new>
 #include <optional>
 #include <string>
 #include <strings.h>
-#include <utility>
 
 #include "platform/Messages.h"
 #include "platform/WaveOut.h"
 #include "resources/ModuleResources.h"
 #include "resources/StringTable.h"
-#include "shell/ObjectFactory.h"
+#include "shell/ComObject.h"
+#include "shell/ComTypeInfo.h"
 #include "shell/TempvoxOleControl.h"
-#include "shell/TempvoxPropPage.h"
+
+using namespace com;
 
 namespace {
 
-// ---------------------------------------------------------------- lifetime
-
-// Calls that can run the control's handlers (Invoke and the pumps) nest on
-// the control's thread. An object whose last reference goes inside one of
-// them, typically from an event sink, lives until the outermost call ends,
-// so that no handler returns into a freed control.
-class ComObject;
-thread_local int t_callDepth = 0;
-thread_local std::vector<ComObject*>* t_releasedInCall = nullptr;
-
-class ComObject {
-public:
-    ComObject() { AfxOleObjectCreated(); }
-    virtual ~ComObject() { AfxOleObjectDestroyed(); }
-    ComObject(const ComObject&) = delete;
-    ComObject& operator=(const ComObject&) = delete;
-
-    uint32_t AddRef() { return ++m_references; }
-    uint32_t Release()
-    {
-        uint32_t left = --m_references;
-        if (left == 0) {
-            if (t_callDepth > 0) {
-                if (t_releasedInCall == nullptr) t_releasedInCall = new std::vector<ComObject*>;
-                t_releasedInCall->push_back(this);
-            } else {
-                delete this;
-            }
-        }
-        return left;
-    }
-
-private:
-    std::atomic<uint32_t> m_references{1};
-};
-
-class CallScope {
-public:
-    CallScope() { ++t_callDepth; }
-    ~CallScope()
-    {
-        if (--t_callDepth > 0 || t_releasedInCall == nullptr) return;
-        std::vector<ComObject*>* released = t_releasedInCall;
-        t_releasedInCall = nullptr;
-        for (ComObject* object : *released) delete object;
-        delete released;
-    }
-    CallScope(const CallScope&) = delete;
-    CallScope& operator=(const CallScope&) = delete;
-};
-
-// One interface of an object: the table pointer the host sees, then the
-// object it belongs to.
-template <class Interface, class Owner>
-struct Tearoff {
-    Interface iface;
-    Owner* owner;
-};
-
-template <class Owner, class Interface>
-Owner* OwnerOf(Interface* self)
-{
-    return reinterpret_cast<Tearoff<Interface, Owner>*>(self)->owner;
-}
-
-// No exception may cross into the host's code.
-template <class Body>
-TVHRESULT Guarded(Body&& body)
-{
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        return TEMPVOX_E_OUTOFMEMORY;
-    } catch (...) {
-        return TEMPVOX_E_FAIL;
-    }
-}
-
-char* CopyToHost(const std::string& text)
-{
-    char* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy != nullptr) std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
-template <class Interface, class Owner>
-TVHRESULT Answer(Tearoff<Interface, Owner>& tearoff, Owner& owner, void** object)
-{
-    owner.AddRef();
-    *object = &tearoff.iface;
-    return TEMPVOX_S_OK;
-}
-
-// ---------------------------------------------------------------- type information
-
-struct FuncTable {
-    TempvoxGuid guid;
-    const char* name;
-    std::vector<std::vector<const char*>> paramNames;
-    std::vector<std::vector<uint16_t>> paramTypes;
-    std::vector<TempvoxFuncDesc> descs;
-};
-
-void AddFunc(FuncTable& table, DISPID id, const char* name, uint16_t invkind, VarType result,
-             const std::vector<ParamInfo>& params)
-{
-    std::vector<const char*> names;
-    std::vector<uint16_t> types;
-    for (const ParamInfo& param : params) {
-        names.push_back(param.name);
-        types.push_back(VariantTypeCode(param.type));
-    }
-    table.paramNames.push_back(std::move(names));
-    table.paramTypes.push_back(std::move(types));
-    table.descs.push_back({id, name, invkind, VariantTypeCode(result), static_cast<uint32_t>(params.size()),
-                           nullptr, nullptr});
-}
-
-// The name and type arrays are placed once all rows exist, since the
-// vectors move while they grow.
-void FinishTable(FuncTable& table)
-{
-    for (size_t i = 0; i < table.descs.size(); ++i) {
-        table.descs[i].paramNames = table.paramNames[i].data();
-        table.descs[i].paramTypes = table.paramTypes[i].data();
-    }
-}
-
-const FuncTable& MemberTable()
-{
-    static const FuncTable table = [] {
-        FuncTable built{TEMPVOX_DIID_DTempvox, "_DTempvox", {}, {}, {}};
-        for (const MemberInfo& member : ControlMembers()) {
-            uint16_t invkind = member.isProperty ? TEMPVOX_DISPATCH_PROPERTYGET | TEMPVOX_DISPATCH_PROPERTYPUT
-                                                 : TEMPVOX_DISPATCH_METHOD;
-            AddFunc(built, member.id, member.name, invkind, member.result, member.params);
-        }
-        FinishTable(built);
-        return built;
-    }();
-    return table;
-}
-
-const FuncTable& EventTable()
-{
-    static const FuncTable table = [] {
-        FuncTable built{TEMPVOX_DIID_DTempvoxEvents, "_DTempvoxEvents", {}, {}, {}};
-        for (const EventInfo& event : ControlEvents()) {
-            AddFunc(built, event.id, event.name, TEMPVOX_DISPATCH_METHOD, VarType::Empty, event.params);
-        }
-        FinishTable(built);
-        return built;
-    }();
-    return table;
-}
-
-class TypeInfoObject final : public ComObject {
-public:
-    explicit TypeInfoObject(const FuncTable& table) : m_table(table) {}
-
-    static TVHRESULT Create(const FuncTable& table, ITempvoxTypeInfo** info)
-    {
-        if (info == nullptr) return TEMPVOX_E_POINTER;
-        *info = &(new TypeInfoObject(table))->m_iface.iface;
-        return TEMPVOX_S_OK;
-    }
-
-private:
-    static TVHRESULT QueryInterface(ITempvoxTypeInfo* self, const TempvoxGuid* riid, void** object)
-    {
-        if (object == nullptr || riid == nullptr) return TEMPVOX_E_POINTER;
-        *object = nullptr;
-        TypeInfoObject* owner = OwnerOf<TypeInfoObject>(self);
-        if (*riid == TEMPVOX_IID_Unknown || *riid == TEMPVOX_IID_TypeInfo) return Answer(owner->m_iface, *owner, object);
-        return TEMPVOX_E_NOINTERFACE;
-    }
-    static uint32_t AddRefThunk(ITempvoxTypeInfo* self) { return OwnerOf<TypeInfoObject>(self)->AddRef(); }
-    static uint32_t ReleaseThunk(ITempvoxTypeInfo* self) { return OwnerOf<TypeInfoObject>(self)->Release(); }
-    static TVHRESULT GetGuid(ITempvoxTypeInfo* self, TempvoxGuid* guid)
-    {
-        if (guid == nullptr) return TEMPVOX_E_POINTER;
-        *guid = OwnerOf<TypeInfoObject>(self)->m_table.guid;
-        return TEMPVOX_S_OK;
-    }
-    static TVHRESULT GetName(ITempvoxTypeInfo* self, const char** name)
-    {
-        if (name == nullptr) return TEMPVOX_E_POINTER;
-        *name = OwnerOf<TypeInfoObject>(self)->m_table.name;
-        return TEMPVOX_S_OK;
-    }
-    static TVHRESULT GetFuncCount(ITempvoxTypeInfo* self, uint32_t* count)
-    {
-        if (count == nullptr) return TEMPVOX_E_POINTER;
-        *count = static_cast<uint32_t>(OwnerOf<TypeInfoObject>(self)->m_table.descs.size());
-        return TEMPVOX_S_OK;
-    }
-    static TVHRESULT GetFuncDesc(ITempvoxTypeInfo* self, uint32_t index, TempvoxFuncDesc* desc)
-    {
-        if (desc == nullptr) return TEMPVOX_E_POINTER;
-        const FuncTable& table = OwnerOf<TypeInfoObject>(self)->m_table;
-        if (index >= table.descs.size()) return TEMPVOX_DISP_E_BADINDEX;
-        *desc = table.descs[index];
-        return TEMPVOX_S_OK;
-    }
-
-    static constexpr ITempvoxTypeInfoVtbl kVtbl = {QueryInterface, AddRefThunk, ReleaseThunk, GetGuid,
-                                                   GetName,        GetFuncCount, GetFuncDesc};
-
-    const FuncTable& m_table;
-    Tearoff<ITempvoxTypeInfo, TypeInfoObject> m_iface{{&kVtbl}, this};
-};
-
-// ---------------------------------------------------------------- the control
-
-bool ParseAudioDevice(const std::string& text, platform::AudioBackendConfig& config)
-{
-    const std::string capturePrefix = "capture:";
-    if (text == "default") {
-        config.backend = platform::AlsaOutputAvailable() ? platform::AudioBackend::Alsa : platform::AudioBackend::Null;
-    } else if (text == "alsa") {
-        config.backend = platform::AudioBackend::Alsa;
-    } else if (text == "null") {
-        config.backend = platform::AudioBackend::Null;
-    } else if (text == "manual") {
-        config.backend = platform::AudioBackend::Manual;
-    } else if (text.rfind(capturePrefix, 0) == 0 && text.size() > capturePrefix.size()) {
-        config.backend = platform::AudioBackend::Capture;
-        config.capturePath = text.substr(capturePrefix.size());
-    } else {
-        return false;
-    }
-    return true;
-}
 
 void FillException(TempvoxExcepInfo* excepInfo, TVHRESULT code, const std::string& why)
 {
@@ -437,7 +201,7 @@ private:
         {
             if (info != nullptr) *info = nullptr;
             if (index != 0) return TEMPVOX_DISP_E_BADINDEX;
-            return Guarded([&] { return TypeInfoObject::Create(MemberTable(), info); });
+            return Guarded([&] { return CreateMemberTypeInfo(info); });
         }
         static TVHRESULT GetIDsOfNames(ITempvoxDispatch* self, const TempvoxGuid*, const char** names, uint32_t count,
                                        uint32_t, int32_t* dispids)
@@ -496,7 +260,7 @@ private:
         }
         static TVHRESULT GetEventTypeInfo(ITempvoxConnectionPoint*, ITempvoxTypeInfo** info)
         {
-            return Guarded([&] { return TypeInfoObject::Create(EventTable(), info); });
+            return Guarded([&] { return CreateEventTypeInfo(info); });
         }
     };
     static constexpr ITempvoxConnectionPointVtbl kConnectionVtbl = {
@@ -540,7 +304,7 @@ private:
             if (device == nullptr) return TEMPVOX_E_POINTER;
             return Guarded([&] {
                 platform::AudioBackendConfig config;
-                if (!ParseAudioDevice(device, config)) return TEMPVOX_E_INVALIDARG;
+                if (!platform::ParseAudioDevice(device, config)) return TEMPVOX_E_INVALIDARG;
                 platform::SetAudioBackend(config);
                 return TEMPVOX_S_OK;
             });
@@ -674,205 +438,10 @@ private:
     Tearoff<ITempvoxOleControl, ControlObject> m_oleControl{{&kOleVtbl}, this};
 };
 
-// ---------------------------------------------------------------- the property page
-
-class PropertyPageObject final : public ComObject {
-public:
-    TVHRESULT QueryInterface(const TempvoxGuid& riid, void** object)
-    {
-        if (object == nullptr) return TEMPVOX_E_POINTER;
-        *object = nullptr;
-        if (riid == TEMPVOX_IID_Unknown || riid == TEMPVOX_IID_PropertyPage) return Answer(m_iface, *this, object);
-        return TEMPVOX_E_NOINTERFACE;
-    }
-
-private:
-    static TVHRESULT QueryThunk(ITempvoxPropertyPage* self, const TempvoxGuid* riid, void** object)
-    {
-        if (riid == nullptr) return TEMPVOX_E_POINTER;
-        return OwnerOf<PropertyPageObject>(self)->QueryInterface(*riid, object);
-    }
-    static uint32_t AddRefThunk(ITempvoxPropertyPage* self) { return OwnerOf<PropertyPageObject>(self)->AddRef(); }
-    static uint32_t ReleaseThunk(ITempvoxPropertyPage* self) { return OwnerOf<PropertyPageObject>(self)->Release(); }
-    static TVHRESULT GetPageInfo(ITempvoxPropertyPage* self, TempvoxPageInfo* info)
-    {
-        if (info == nullptr) return TEMPVOX_E_POINTER;
-        PropertyPageObject* owner = OwnerOf<PropertyPageObject>(self);
-        const DialogTemplate& dialog = PropertyPageDialog();
-        info->title = owner->m_caption.c_str();
-        info->dialogId = static_cast<int32_t>(owner->m_page.GetDialogId());
-        info->width = dialog.width;
-        info->height = dialog.height;
-        return TEMPVOX_S_OK;
-    }
-
-    static constexpr ITempvoxPropertyPageVtbl kVtbl = {QueryThunk, AddRefThunk, ReleaseThunk, GetPageInfo};
-
-    CTempvoxPropPage m_page;
-    std::string m_caption = m_page.GetCaption();
-    Tearoff<ITempvoxPropertyPage, PropertyPageObject> m_iface{{&kVtbl}, this};
-};
-
-// ---------------------------------------------------------------- class factories
-
-class ClassFactoryObject final : public ComObject {
-public:
-    explicit ClassFactoryObject(COleObjectFactory& factory) : m_factory(factory) {}
-
-    TVHRESULT QueryInterface(const TempvoxGuid& riid, void** object)
-    {
-        if (object == nullptr) return TEMPVOX_E_POINTER;
-        *object = nullptr;
-        if (riid == TEMPVOX_IID_Unknown || riid == TEMPVOX_IID_ClassFactory) return Answer(m_iface, *this, object);
-        return TEMPVOX_E_NOINTERFACE;
-    }
-
-private:
-    static TVHRESULT QueryThunk(ITempvoxClassFactory* self, const TempvoxGuid* riid, void** object)
-    {
-        if (riid == nullptr) return TEMPVOX_E_POINTER;
-        return OwnerOf<ClassFactoryObject>(self)->QueryInterface(*riid, object);
-    }
-    static uint32_t AddRefThunk(ITempvoxClassFactory* self) { return OwnerOf<ClassFactoryObject>(self)->AddRef(); }
-    static uint32_t ReleaseThunk(ITempvoxClassFactory* self) { return OwnerOf<ClassFactoryObject>(self)->Release(); }
-    static TVHRESULT CreateInstance(ITempvoxClassFactory* self, ITempvoxUnknown* outer, const TempvoxGuid* riid,
-                                    void** object)
-    {
-        if (object == nullptr || riid == nullptr) return TEMPVOX_E_POINTER;
-        *object = nullptr;
-        if (outer != nullptr) return TEMPVOX_CLASS_E_NOAGGREGATION;
-        return Guarded([&] { return OwnerOf<ClassFactoryObject>(self)->m_factory.CreateInstance(*riid, object); });
-    }
-    static TVHRESULT LockServer(ITempvoxClassFactory*, int32_t lock)
-    {
-        if (lock) {
-            AfxOleLockApp();
-        } else {
-            AfxOleUnlockApp();
-        }
-        return TEMPVOX_S_OK;
-    }
-
-    static constexpr ITempvoxClassFactoryVtbl kVtbl = {QueryThunk, AddRefThunk, ReleaseThunk, CreateInstance,
-                                                       LockServer};
-
-    COleObjectFactory& m_factory;
-    Tearoff<ITempvoxClassFactory, ClassFactoryObject> m_iface{{&kVtbl}, this};
-};
-
-// A new object handed out under `riid`: the creation reference goes once
-// the interface holds its own.
-template <class Object, class... Args>
-TVHRESULT HandOut(const TempvoxGuid& riid, void** object, Args&&... args)
-{
-    if (object == nullptr) return TEMPVOX_E_POINTER;
-    *object = nullptr;
-    Object* created = new Object(std::forward<Args>(args)...);
-    TVHRESULT hr = created->QueryInterface(riid, object);
-    created->Release();
-    return hr;
-}
 
 }  // namespace
-
-uint16_t VariantTypeCode(VarType type)
-{
-    switch (type) {
-    case VarType::Empty: return TEMPVOX_VT_EMPTY;
-    case VarType::Bool: return TEMPVOX_VT_BOOL;
-    case VarType::I2: return TEMPVOX_VT_I2;
-    case VarType::I4: return TEMPVOX_VT_I4;
-    case VarType::R4: return TEMPVOX_VT_R4;
-    case VarType::Str: return TEMPVOX_VT_BSTR;
-    }
-    return TEMPVOX_VT_EMPTY;
-}
-
-TVHRESULT CoerceArgument(const TempvoxVariant& in, VarType expected, Variant& out)
-{
-    bool isInteger = in.vt == TEMPVOX_VT_BOOL || in.vt == TEMPVOX_VT_I2 || in.vt == TEMPVOX_VT_I4;
-    int32_t integer = in.vt == TEMPVOX_VT_I2 ? in.iVal : in.vt == TEMPVOX_VT_I4 ? in.lVal : in.boolVal;
-    if (expected == VarType::Empty) {
-        // No type is asked for: the value goes on as it is.
-        switch (in.vt) {
-        case TEMPVOX_VT_EMPTY: out = Variant::Empty(); return TEMPVOX_S_OK;
-        case TEMPVOX_VT_BOOL: out = Variant::Bool(in.boolVal); return TEMPVOX_S_OK;
-        case TEMPVOX_VT_I2: out = Variant::I2(in.iVal); return TEMPVOX_S_OK;
-        case TEMPVOX_VT_I4: out = Variant::I4(in.lVal); return TEMPVOX_S_OK;
-        case TEMPVOX_VT_R4: out = Variant::R4(in.fltVal); return TEMPVOX_S_OK;
-        case TEMPVOX_VT_BSTR:
-            out = Variant::Str(in.bstrVal != nullptr ? std::optional<std::string>(in.bstrVal) : std::nullopt);
-            return TEMPVOX_S_OK;
-        default: return TEMPVOX_DISP_E_TYPEMISMATCH;
-        }
-    }
-    switch (expected) {
-    case VarType::Bool:
-        if (!isInteger) return TEMPVOX_DISP_E_TYPEMISMATCH;
-        out = Variant::Bool(integer != 0);
-        return TEMPVOX_S_OK;
-    case VarType::I2:
-        if (!isInteger) return TEMPVOX_DISP_E_TYPEMISMATCH;
-        if (integer < INT16_MIN || integer > INT16_MAX) return TEMPVOX_DISP_E_OVERFLOW;
-        out = Variant::I2(static_cast<int16_t>(integer));
-        return TEMPVOX_S_OK;
-    case VarType::I4:
-        if (!isInteger) return TEMPVOX_DISP_E_TYPEMISMATCH;
-        out = Variant::I4(integer);
-        return TEMPVOX_S_OK;
-    case VarType::R4:
-        if (in.vt == TEMPVOX_VT_R4) {
-            out = Variant::R4(in.fltVal);
-        } else if (isInteger) {
-            out = Variant::R4(static_cast<float>(integer));
-        } else {
-            return TEMPVOX_DISP_E_TYPEMISMATCH;
-        }
-        return TEMPVOX_S_OK;
-    case VarType::Str:
-        if (in.vt != TEMPVOX_VT_BSTR) return TEMPVOX_DISP_E_TYPEMISMATCH;
-        out = Variant::Str(in.bstrVal != nullptr ? std::optional<std::string>(in.bstrVal) : std::nullopt);
-        return TEMPVOX_S_OK;
-    case VarType::Empty:
-        break;
-    }
-    return TEMPVOX_DISP_E_TYPEMISMATCH;
-}
-
-TVHRESULT ExportResult(const Variant& in, TempvoxVariant& out)
-{
-    std::memset(&out, 0, sizeof out);
-    out.vt = VariantTypeCode(in.type);
-    switch (in.type) {
-    case VarType::Bool: out.boolVal = in.intValue ? 1 : 0; break;
-    case VarType::I2: out.iVal = static_cast<int16_t>(in.intValue); break;
-    case VarType::I4: out.lVal = in.intValue; break;
-    case VarType::R4: out.fltVal = in.floatValue; break;
-    case VarType::Str:
-        if (in.text) {
-            out.bstrVal = CopyToHost(*in.text);
-            if (out.bstrVal == nullptr) {
-                out.vt = TEMPVOX_VT_EMPTY;
-                return TEMPVOX_E_OUTOFMEMORY;
-            }
-        }
-        break;
-    case VarType::Empty: break;
-    }
-    return TEMPVOX_S_OK;
-}
-
-TVHRESULT CreateClassFactoryObject(COleObjectFactory& factory, const TempvoxGuid& riid, void** object)
-{
-    return Guarded([&] { return HandOut<ClassFactoryObject>(riid, object, factory); });
-}
 
 TVHRESULT CreateControlObject(const TempvoxGuid& riid, void** object)
 {
     return Guarded([&] { return HandOut<ControlObject>(riid, object); });
-}
-
-TVHRESULT CreatePropertyPageObject(const TempvoxGuid& riid, void** object)
-{
-    return Guarded([&] { return HandOut<PropertyPageObject>(riid, object); });
 }
