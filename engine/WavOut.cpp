@@ -144,6 +144,17 @@ BOOL CWavOut::StartPlay(const char* path)
     m_bufferCapacity = 10 * m_readSize;
     m_buffersPerSpan = static_cast<int32_t>(m_spanMs / 100.0);
 
+    if (!AllocateBuffers()) return FALSE;
+    uint32_t counts[kBufferCount] = {};
+    if (!FillFirstBlocks(counts)) return FALSE;
+    for (uint8_t* buffer : m_buffers) {
+        if (buffer == nullptr) return FALSE;
+    }
+    return QueueFirstBlocks(counts);
+}
+
+bool CWavOut::AllocateBuffers()
+{
     ReleaseStaleDevice();
     FreeBuffers();
     // No device is open from here on, so no buffer can be held by one.
@@ -157,15 +168,18 @@ BOOL CWavOut::StartPlay(const char* path)
         m_speedStage.Reserve(static_cast<int32_t>(m_readSize / 2));
         m_wordStage.Reserve(m_readSize, m_format.samplesPerSec, m_format.bitsPerSample);
     } catch (const std::bad_alloc&) {
-        return FALSE;
+        return false;
     }
+    return true;
+}
 
-    uint32_t counts[kBufferCount] = {};
+bool CWavOut::FillFirstBlocks(uint32_t (&counts)[kBufferCount])
+{
     if (IsRefined()) {
         // Every block goes through the stages from the first one on, so
         // the tempo asked for is heard from the start.
         for (uint8_t* buffer : m_buffers) {
-            if (buffer == nullptr) return FALSE;
+            if (buffer == nullptr) return false;
         }
         StartRefinedPipeline();
         const BOOL justPlay = m_bJustPlay;
@@ -178,12 +192,12 @@ BOOL CWavOut::StartPlay(const char* path)
             m_spanStartTick = GetTickCount();
             CountRefinedFirstTenSeconds();
         }
+        return true;
     }
-    for (int i = 0; i < kBufferCount && !IsRefined(); ++i) {
+    for (int i = 0; i < kBufferCount; ++i) {
         if (m_buffers[i] != nullptr) counts[i] = m_file.Read(m_buffers[i], m_readSize);
     }
-
-    if (!m_bJustPlay && !IsRefined()) {
+    if (!m_bJustPlay) {
         m_buffersInSpan = 0;
         m_wordCount = 0;
         m_resumeTick = 0;
@@ -198,11 +212,11 @@ BOOL CWavOut::StartPlay(const char* path)
         }
         CountFirstTenSeconds();
     }
+    return true;
+}
 
-    for (uint8_t* buffer : m_buffers) {
-        if (buffer == nullptr) return FALSE;
-    }
-
+BOOL CWavOut::QueueFirstBlocks(const uint32_t (&counts)[kBufferCount])
+{
     if (waveOutOpen(&m_hWaveOut, WAVE_MAPPER, &m_waveFormat, reinterpret_cast<DWORD_PTR>(&WaveOutCallback),
                     reinterpret_cast<DWORD_PTR>(this), CALLBACK_FUNCTION) != MMSYSERR_NOERROR) {
         ReportMessage(209, "打开音频设备失败！");

@@ -146,6 +146,12 @@ private:
     bool RefillAfterReset();
     void ReleaseStaleDevice();
     void FreeBuffers();
+    // StartPlay's steps after the file is open: the four buffers and the
+    // stages' memory; the first four blocks (and the first word count); the
+    // device opened with those blocks queued.
+    bool AllocateBuffers();
+    bool FillFirstBlocks(uint32_t (&counts)[kBufferCount]);
+    BOOL QueueFirstBlocks(const uint32_t (&counts)[kBufferCount]);
 
     // Signal stages, at their places in the pipeline.
     bool ScanPeakGain();

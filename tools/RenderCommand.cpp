@@ -101,6 +101,53 @@ double SecondsOfCapture(const std::string& path)
     return byteRate > 0 && bytes >= 44 ? static_cast<double>(bytes - 44) / byteRate : 0.0;
 }
 
+struct RenderRun {
+    bool ok = false;  // the whole file was played into the capture
+    int status = kExitFailure;
+};
+
+// Plays the source through a control onto the capture file `rendered`, as
+// fast as it goes, with a progress bar on a terminal.
+RenderRun RenderToCapture(PlaySettings settings, const std::string& output, const std::string& rendered)
+{
+    platform::AudioBackendConfig audio;
+    audio.backend = platform::AudioBackend::Capture;
+    audio.capturePath = rendered;
+    platform::SetAudioBackend(audio);
+
+    bool ended = false;
+    RenderProgress progress(platform::IsTerminal(2));
+    RenderRun run;
+    std::string tempFolder;
+    {
+        CTempvoxCtrl control;
+        tempFolder = control.TempDir();
+        control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
+            if (id == 1) ended = true;
+        });
+        // The word counts are no part of the sound and nobody reads them
+        // here: render never counts (--just-play stays accepted).
+        settings.justPlay = true;
+        run.status = ApplyPlaySettings(control, settings, "render");
+        if (run.status == kExitOk && control.StartPlay()) {
+            progress.Show(control);
+            while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0)
+                progress.Show(control);
+            if (platform::TerminationSignal() == 0) WaitForPlayOut(control);
+            progress.Clear();
+            control.StopPlay();
+            // Cut short by a signal, what was written is not the render
+            // that was asked for: it goes like any other failure.
+            run.ok = platform::TerminationSignal() == 0;
+        } else if (platform::TerminationSignal() == 0 && run.status == kExitOk) {
+            run.status = ReportStartFailure(control, settings, "render",
+                                        Failure{kExitCannotWrite, "cannot write " + output});
+        }
+    }
+    RemoveTempFolderIfEmpty(tempFolder);
+    return run;
+}
+
 }  // namespace
 
 int RunRenderCommand(const std::vector<std::string>& args)
@@ -131,42 +178,9 @@ int RunRenderCommand(const std::vector<std::string>& args)
     const std::string partial = output + ".part-" + std::to_string(getpid());
     const std::string rendered = encoded ? partial + ".wav" : partial;
 
-    platform::AudioBackendConfig audio;
-    audio.backend = platform::AudioBackend::Capture;
-    audio.capturePath = rendered;
-    platform::SetAudioBackend(audio);
-
-    bool ended = false;
-    RenderProgress progress(platform::IsTerminal(2));
-    bool ok = false;
-    int status = kExitFailure;
-    std::string tempFolder;
-    {
-        CTempvoxCtrl control;
-        tempFolder = control.TempDir();
-        control.SetEventSink([&](DISPID id, const std::vector<Variant>&) {
-            if (id == 1) ended = true;
-        });
-        // The word counts are no part of the sound and nobody reads them
-        // here: render never counts (--just-play stays accepted).
-        settings.justPlay = true;
-        status = ApplyPlaySettings(control, settings, "render");
-        if (status == kExitOk && control.StartPlay()) {
-            progress.Show(control);
-            while (!platform::PumpUntil([&] { return ended; }, 100) && platform::TerminationSignal() == 0)
-                progress.Show(control);
-            if (platform::TerminationSignal() == 0) WaitForPlayOut(control);
-            progress.Clear();
-            control.StopPlay();
-            // Cut short by a signal, what was written is not the render
-            // that was asked for: it goes like any other failure.
-            ok = platform::TerminationSignal() == 0;
-        } else if (platform::TerminationSignal() == 0 && status == kExitOk) {
-            status = ReportStartFailure(control, settings, "render",
-                                        Failure{kExitCannotWrite, "cannot write " + output});
-        }
-    }
-    RemoveTempFolderIfEmpty(tempFolder);
+    const RenderRun run = RenderToCapture(settings, output, rendered);
+    bool ok = run.ok;
+    int status = run.status;
     const double renderedSeconds = ok ? SecondsOfCapture(rendered) : 0.0;
     if (ok && encoded) {
         std::string error;

@@ -218,19 +218,13 @@ private:
     DecodingState m_state;
 };
 
-bool LibavDecoder::Open(std::string& reason)
-{
-    DecodingState& s = m_state;
-    if (s.source == nullptr) {
-        reason = "cannot open the file";
-        return false;
-    }
-    if (s.io != nullptr) {
-        reason = "already open";
-        return false;
-    }
-    QuietLibraryLogOnce();
+namespace {
 
+// The container, found by content alone: no name is given, so no
+// extension can lift a weak guess. A tag too long to be looked past is
+// beyond any MP3 we'd play.
+bool OpenContainer(DecodingState& s, std::string& reason)
+{
     const uint64_t tagBytes = LeadingId3Bytes(*s.source);
     auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBufferBytes));
     s.io = buffer != nullptr ? avio_alloc_context(buffer, kIoBufferBytes, 0, s.source, ReadFromSource, nullptr,
@@ -242,8 +236,6 @@ bool LibavDecoder::Open(std::string& reason)
         return false;
     }
 
-    // By content alone: no name is given, so no extension can lift a weak
-    // guess. A tag too long to be looked past is beyond any MP3 we'd play.
     const AVInputFormat* input = nullptr;
     const unsigned offset = static_cast<unsigned>(std::min<uint64_t>(tagBytes, 1u << 26));
     const int score = av_probe_input_buffer2(s.io, &input, "", nullptr, offset, offset + kProbeBytes);
@@ -269,12 +261,17 @@ bool LibavDecoder::Open(std::string& reason)
         reason = ErrorText(result);
         return false;
     }
+    return true;
+}
 
+// The best audio stream and its decoder; every other stream is dropped.
+const AVCodec* ChooseAudioStream(DecodingState& s, std::string& reason)
+{
     const AVCodec* decoder = nullptr;
     s.streamIndex = av_find_best_stream(s.format, AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
     if (s.streamIndex == AVERROR_STREAM_NOT_FOUND) {
         reason = "no audio stream in it";
-        return false;
+        return nullptr;
     }
     if (s.streamIndex < 0 || decoder == nullptr) {
         const AVStream* audio = nullptr;
@@ -282,12 +279,16 @@ bool LibavDecoder::Open(std::string& reason)
             if (s.format->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) audio = s.format->streams[i];
         reason = std::string("no decoder for its ") +
                  (audio != nullptr ? avcodec_get_name(audio->codecpar->codec_id) : "audio");
-        return false;
+        return nullptr;
     }
     // Cover art and other streams are never read into a packet.
     for (unsigned i = 0; i < s.format->nb_streams; ++i)
         if (int(i) != s.streamIndex) s.format->streams[i]->discard = AVDISCARD_ALL;
+    return decoder;
+}
 
+bool OpenCodec(DecodingState& s, const AVCodec* decoder, std::string& reason)
+{
     AVStream* audio = s.format->streams[s.streamIndex];
     s.codec = avcodec_alloc_context3(decoder);
     if (s.codec == nullptr || avcodec_parameters_to_context(s.codec, audio->codecpar) < 0) {
@@ -298,7 +299,7 @@ bool LibavDecoder::Open(std::string& reason)
     // and holds several frames in memory.
     s.codec->thread_count = 1;
     s.codec->pkt_timebase = audio->time_base;
-    result = avcodec_open2(s.codec, decoder, nullptr);
+    const int result = avcodec_open2(s.codec, decoder, nullptr);
     if (result < 0) {
         reason = ErrorText(result);
         return false;
@@ -307,7 +308,13 @@ bool LibavDecoder::Open(std::string& reason)
         reason = "the audio stream states no sample rate or no channels";
         return false;
     }
+    return true;
+}
 
+// What the caller learns of the stream before the first sample.
+void DescribeStream(DecodingState& s, const AVCodec* decoder)
+{
+    const AVStream* audio = s.format->streams[s.streamIndex];
     s.stream.sourceChannels = static_cast<uint16_t>(std::min(s.codec->ch_layout.nb_channels, 65535));
     s.stream.channels = static_cast<uint16_t>(std::min(s.codec->ch_layout.nb_channels, 2));
     s.stream.sampleRate = static_cast<uint32_t>(s.codec->sample_rate);
@@ -319,7 +326,26 @@ bool LibavDecoder::Open(std::string& reason)
     s.stream.container = s.format->iformat->name;
     s.stream.codec = decoder->name;
     av_channel_layout_default(&s.outLayout, s.stream.channels);
+}
 
+}  // namespace
+
+bool LibavDecoder::Open(std::string& reason)
+{
+    DecodingState& s = m_state;
+    if (s.source == nullptr) {
+        reason = "cannot open the file";
+        return false;
+    }
+    if (s.io != nullptr) {
+        reason = "already open";
+        return false;
+    }
+    QuietLibraryLogOnce();
+    if (!OpenContainer(s, reason)) return false;
+    const AVCodec* decoder = ChooseAudioStream(s, reason);
+    if (decoder == nullptr || !OpenCodec(s, decoder, reason)) return false;
+    DescribeStream(s, decoder);
     s.packet = av_packet_alloc();
     s.frame = av_frame_alloc();
     if (s.packet == nullptr || s.frame == nullptr) {
