@@ -16,7 +16,9 @@ run_round() {
   local name=$1 dir=$2 target=$3 label=$4
   shift 4
   local round_start=$SECONDS
-  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  # Every round builds with warnings as errors: a warning in any compiler
+  # or configuration fails the run.
+  cmake -S . -B "$dir" -G Ninja -DTEMPVOX_WERROR=ON "$@" >/dev/null
   if [ "$target" = all ]; then
     cmake --build "$dir" -j "$jobs"
   else
