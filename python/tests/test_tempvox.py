@@ -12,6 +12,7 @@ import pytest
 
 import tempvox
 from tempvox import Tempvox, TempvoxError
+from tempvox._abi import DISP_E_EXCEPTION
 
 MODULE = os.environ.get("TEMPVOX_MODULE", "")
 SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -152,6 +153,9 @@ def test_members_are_methods_by_name_and_calls_are_checked(data_home):
             (lambda: player.SetChangeSpeedLevel(40000), OverflowError, None),
             (lambda: player.SetPlayFilePath(None, -1, 5), TypeError, None),
             (lambda: setattr(player, "SetLanguageType", 70000), OverflowError, None),
+            # A value of the right type that the member refuses: the
+            # control's exception, with its code.
+            (lambda: player.SetSyllablesPerWord(0.0), TempvoxError, DISP_E_EXCEPTION),
         ]
         for call, error, code in cases:
             with pytest.raises(error) as raised:

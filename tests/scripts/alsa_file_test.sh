@@ -6,14 +6,14 @@
 set -euo pipefail
 tool=$1
 work=$3/alsa-file
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 python3 - "$work" <<'PY'
-import struct, sys
+import sys
+from wavfile import write_wav
 samples = [(((i % 147) if (i % 147) < 74 else 147 - (i % 147)) - 37) * 300 * ((i // 4410) % 2) for i in range(22050 * 2)]
-data = b"".join(struct.pack("<h", s) for s in samples)
-head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, 22050, 44100, 2, 16)
-open(f"{sys.argv[1]}/speech.wav", "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+write_wav(f"{sys.argv[1]}/speech.wav", samples)
 PY
 # The plugins come with alsa-lib's configuration; without it there is no
 # ALSA device to test.

@@ -6,18 +6,17 @@ set -euo pipefail
 tool=$1
 source_dir=$2
 work=$3/host-scripts
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 
 # The sample files the scripts name, made fresh: 16-bit mono 22050 Hz.
 python3 - "$work" <<'PY'
-import struct, sys
+import sys
+from wavfile import write_wav
 work = sys.argv[1]
 def wav(name, samples, rate=22050):
-    data = b"".join(struct.pack("<h", s) for s in samples)
-    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, rate, rate * 2, 2, 16)
-    with open(f"{work}/{name}", "wb") as f:
-        f.write(head + b"data" + struct.pack("<I", len(data)) + data)
+    write_wav(f"{work}/{name}", samples, rate)
 def speech(seconds, rate=22050):
     # Integer arithmetic only, so every machine makes the same samples: a
     # triangle wave of period 160 (about 138 Hz) under a syllable envelope.

@@ -7,6 +7,7 @@
 set -euo pipefail
 tool=$1
 work=$3/media-encode
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work/alone"
 cd "$work"
@@ -17,15 +18,9 @@ status_of() { set +e; "$@" >/dev/null 2>&1; local s=$?; set -e; echo $s; }
 # same samples: mono 16 kHz, stereo 22.05 kHz, and an 8-bit file.
 python3 - <<'PY'
 import struct
+from wavfile import write_wav
 def wav(name, channels, rate, samples, bits=16):
-    width = bits // 8
-    if bits == 16:
-        data = b"".join(struct.pack("<h", s) for s in samples)
-    else:
-        data = bytes((s >> 8) + 128 for s in samples)
-    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack(
-        "<IHHIIHH", 16, 1, channels, rate, rate * channels * width, channels * width, bits)
-    open(name, "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+    write_wav(name, samples, rate, channels, bits)
 def speech(count):
     out = []
     for i in range(count):

@@ -9,6 +9,7 @@ tool=$1
 source_dir=$2
 build_dir=$(cd "$(dirname "$tool")" && pwd)
 work=$3/module-package
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 prefix=$work/prefix
@@ -44,11 +45,9 @@ flags=$(pkg-config --cflags --libs tempvox)
 cc -std=c11 -Wall -Wextra -Werror -o "$work/host" "$source_dir/examples/play_at_speed.c" $flags
 
 python3 - "$work/speech.wav" <<'PY'
-import struct, sys
-samples = [((i % 160) - 80) * 150 * ((i // 2205) % 3) for i in range(22050)]
-data = b"".join(struct.pack("<h", s) for s in samples)
-head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, 22050, 44100, 2, 16)
-open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+import sys
+from wavfile import write_wav
+write_wav(sys.argv[1], [((i % 160) - 80) * 150 * ((i // 2205) % 3) for i in range(22050)])
 PY
 export XDG_DATA_HOME=$work/data
 # The sanitizer runtimes of a sanitized build must come first in a plain host.
@@ -70,9 +69,8 @@ for syllables in (0, 5, 7, 4):
             samples.append(int(6000 * envelope * sum(math.sin(h * phase) / h for h in range(1, 9))))
         samples += [0] * (rate * 60 // 1000)
     samples += [0] * (rate * 700 // 1000)
-data = struct.pack("<%dh" % len(samples), *samples)
-head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, rate, 2 * rate, 2, 16)
-open(sys.argv[1], "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+from wavfile import write_wav
+write_wav(sys.argv[1], samples, rate)
 PY
 LD_PRELOAD=$preload ASAN_OPTIONS=detect_leaks=0 "$work/host" "$work/sentences.wav" --audio manual --sentence 1 >"$work/sentence.out" ||
   { echo "FAIL: one sentence from C"; cat "$work/sentence.out"; exit 1; }

@@ -6,6 +6,7 @@
 set -euo pipefail
 tool=$1
 work=$3/not-a-file
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
@@ -21,10 +22,8 @@ for path in lesson.wav /dev/zero; do
 done
 # A real lesson with the FIFO named as its noise plays without the noise.
 python3 - <<'PY'
-import struct
-data = bytes(4410 * 3)
-head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, 22050, 44100, 2, 16)
-open("real.wav", "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+from wavfile import write_wav_bytes
+write_wav_bytes("real.wav", bytes(4410 * 3))
 PY
 check "render with noise from the FIFO" 0 "$(status_of "$tool" render real.wav heard.wav --noise lesson.wav)"
 # The view's private copy of /dev/zero, named from a path without a dot.

@@ -7,6 +7,7 @@
 set -euo pipefail
 tool=$1
 work=$3/play-sentences
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 command -v tmux >/dev/null || { echo "tmux is missing (apt-get install tmux)"; exit 1; }
@@ -32,11 +33,9 @@ for n, (syllables, pause) in enumerate(((4, 700), (6, 800), (3, 600), (5, 900), 
         if s + 1 < syllables:
             samples += [0] * (rate * 60 // 1000)
     samples += [0] * (rate * pause // 1000)
-data = struct.pack("<%dh" % len(samples), *samples)
+from wavfile import write_wav
 path = f"{work}/five.wav"
-with open(path, "wb") as f:
-    f.write(b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " +
-            struct.pack("<IHHIIHH", 16, 1, 1, rate, 2 * rate, 2, 16) + b"data" + struct.pack("<I", len(data)) + data)
+write_wav(path, samples, rate)
 
 session = f"tempvox-sentences-{int(time.time() * 1000) % 100000}"
 status_line = re.compile(r"(\d+):(\d+\.\d) / \S+ +\d+% +\S+ +\[(\w+)\] +sentence (\S+)/5(.*)$")

@@ -10,6 +10,7 @@ set -euo pipefail
 tool=$1
 source_dir=$2
 work=$3/random-scripts
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 seed=${TEMPVOX_SCRIPT_SEED:-20260611}
 count=${TEMPVOX_SCRIPT_COUNT:-300}
 rm -rf "$work"
@@ -18,11 +19,9 @@ mkdir -p "$work/media/folder" "$work/scripts"
 python3 - "$work/media" <<'PY'
 import struct, sys
 media = sys.argv[1]
+from wavfile import write_wav_bytes
 def wav(name, data, rate=22050, bits=16, channels=1):
-    width = bits // 8
-    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack(
-        "<IHHIIHH", 16, 1, channels, rate, rate * channels * width, channels * width, bits)
-    open(f"{media}/{name}", "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+    write_wav_bytes(f"{media}/{name}", data, rate, channels, bits)
 def speech(count):
     out = []
     for i in range(count):

@@ -6,16 +6,16 @@
 set -euo pipefail
 tool=$1
 work=$3/render
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 
 python3 - "$work" <<'PY'
 import struct, sys
+from wavfile import write_wav
 work = sys.argv[1]
 def wav(name, samples, rate):
-    data = b"".join(struct.pack("<h", s) for s in samples)
-    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, rate, rate * 2, 2, 16)
-    open(f"{work}/{name}", "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+    write_wav(f"{work}/{name}", samples, rate)
 def voiced(seconds, rate, peak):
     # A triangle wave of period 147 under syllables; integer arithmetic only.
     out = []

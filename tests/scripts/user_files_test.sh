@@ -13,6 +13,7 @@ build=$(dirname "$3")
 source "$(dirname "${BASH_SOURCE[0]}")/checks.sh"
 
 work=$(mktemp -d /tmp/tempvox-user-files.XXXXXX)
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 # What the tool said on its last run tells why a check failed.
 check_stderr=$work/stderr
 server_pid=
@@ -41,13 +42,11 @@ fi
 # The user's files: a short recording, its encoded copy, and in each folder
 # a .wav beside the encoded file and a "_copy.wav" of the user's own.
 python3 - "$work" <<'PY'
-import math, struct, sys
+import math, sys
+from wavfile import write_wav
 def wav(path, seconds, rate=16000):
     count = int(seconds * rate)
-    data = b"".join(struct.pack("<h", int(9000 * math.sin(2 * math.pi * 220 * i / rate))) for i in range(count))
-    head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack(
-        "<IHHIIHH", 16, 1, 1, rate, rate * 2, 2, 16)
-    open(path, "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+    write_wav(path, [int(9000 * math.sin(2 * math.pi * 220 * i / rate)) for i in range(count)], rate)
 work = sys.argv[1]
 wav(work + "/source.wav", 1.2)
 wav(work + "/long.wav", 20)

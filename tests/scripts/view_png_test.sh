@@ -5,14 +5,13 @@
 set -euo pipefail
 tool=$1
 work=$3/view-png
+export PYTHONPATH="$2/tests/scripts${PYTHONPATH:+:$PYTHONPATH}"  # wavfile.py
 rm -rf "$work"
 mkdir -p "$work"
 python3 - "$work" <<'PY'
-import struct, sys
-samples = [((i % 100) - 50) * 400 for i in range(22050 * 3)]
-data = b"".join(struct.pack("<h", s) for s in samples)
-head = b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " + struct.pack("<IHHIIHH", 16, 1, 1, 22050, 44100, 2, 16)
-open(f"{sys.argv[1]}/tone.wav", "wb").write(head + b"data" + struct.pack("<I", len(data)) + data)
+import sys
+from wavfile import write_wav
+write_wav(f"{sys.argv[1]}/tone.wav", [((i % 100) - 50) * 400 for i in range(22050 * 3)])
 PY
 "$tool" view "$work/tone.wav" -o "$work/tone.png" --size 640x200
 python3 - "$work/tone.png" <<'PY'
