@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "engine/WavOut.h"
+#include "tests/support/WavOutProbe.h"
 #include "platform/MessageBox.h"
 #include "riff/LittleEndian.h"
 #include "tests/support/WordCounterReference.h"
@@ -60,7 +61,7 @@ void LivePipelineBlock(benchmark::State& state)
     bool playing = false;
     for (auto _ : state) {
         // A play lasts a minute; a new one starts outside the timing.
-        if (!playing || platform::ManualWaveOut::Current() == nullptr || engine.IsEnded()) {
+        if (!playing || platform::ManualWaveOut::Current() == nullptr || CWavOutProbe::IsEnded(engine)) {
             state.PauseTiming();
             engine.StopPlay();
             playing = engine.StartPlay(path.c_str());

@@ -90,23 +90,21 @@ public:
     // before every start.
     std::atomic<HWND> m_hNotifyWnd{nullptr};
 
-    // Read-only views for the control and for tests.
+    // Read-only views for the control and the tools.
     const WavFormatRecord& Format() const { return m_format; }
-    uint32_t DataStart() const { return m_dataStart; }
     uint32_t DataLength() const;
-    uint32_t PositionHistory(int index) const { return m_positionHistory[index].load(); }
     uint64_t FilePosition() const { return m_file.GetPosition(); }
     uint32_t ReadSize() const { return m_readSize; }
     uint32_t BuffersPlayed() const { return m_buffersPlayed.load(); }
     // BuffersPlayed() when the end of play was told; the three buffers still
     // queued then come back after it.
     uint32_t BuffersPlayedAtEnd() const { return m_buffersPlayedAtEnd.load(); }
-    BOOL IsOpened() const { return m_bOpened.load(); }
-    BOOL IsEnded() const { return m_bEnded.load(); }
-    float Gain() const { return m_gain.load(); }
-    const std::string& FilePath() const { return m_filePath; }
 
 private:
+    // Tests and benchmarks read the inner state through this peer
+    // (tests/support/WavOutProbe.h); nothing else needs it.
+    friend class CWavOutProbe;
+
     static void WaveOutCallback(HWAVEOUT device, UINT message, DWORD_PTR instance, DWORD_PTR param1,
                                 DWORD_PTR param2);
     void OnDeviceClosed();

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "engine/WavOut.h"
+#include "support/WavOutProbe.h"
 #include "platform/WaveOut.h"
 #include "support/CountingAllocator.h"
 #include "support/HostHarness.h"
@@ -162,7 +163,7 @@ TEST(DeviceThreadAllocations, NoRefillAllocatesInEitherProfile)
             engineSteps.insert(engineSteps.end(), rest.begin(), rest.end());
             // Every step refilled its buffer: the play went on all along.
             EXPECT_EQ(host.Queued(), size_t(kBufferCount));
-            EXPECT_FALSE(engine.IsEnded());
+            EXPECT_FALSE(CWavOutProbe::IsEnded(engine));
             engine.StopPlay();
         }
         ASSERT_EQ(engineSteps.size(), size_t(kSteps));

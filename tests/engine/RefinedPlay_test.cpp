@@ -7,6 +7,7 @@
 #include <random>
 
 #include "engine/WavOut.h"
+#include "support/WavOutProbe.h"
 #include "support/HostHarness.h"
 #include "support/WavFiles.h"
 
@@ -192,5 +193,5 @@ TEST_F(RefinedPlay, SamplesAreTheDataChunksWhereverItStands)
     size_t firstDiff = 0;
     while (firstDiff < std::min(played.size(), data.size()) && played[firstDiff] == data[firstDiff]) ++firstDiff;
     EXPECT_TRUE(played == data) << "played " << played.size() << " bytes of " << data.size() << ", first difference at "
-                                << firstDiff << ", gain " << engine.Gain();
+                                << firstDiff << ", gain " << CWavOutProbe::Gain(engine);
 }

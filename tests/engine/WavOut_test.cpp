@@ -4,6 +4,7 @@
 
 #include "dsp/WordCounter.h"
 #include "engine/WavOut.h"
+#include "support/WavOutProbe.h"
 #include "platform/Messages.h"
 #include "support/HostHarness.h"
 #include "support/WavFiles.h"
@@ -72,13 +73,13 @@ TEST_F(EngineTest, EndOfFileRowByRow)
         }
         SCOPED_TRACE(row.block);
         EXPECT_EQ(engine.FilePosition(), row.position);
-        EXPECT_EQ(engine.PositionHistory(3), row.history3);
+        EXPECT_EQ(CWavOutProbe::PositionHistory(engine, 3), row.history3);
         EXPECT_EQ(engine.GetCurrentPlayTime(), row.time);
         EXPECT_EQ(host.Queued(), row.queuedAfter);
         EXPECT_EQ(Count(WM_PLAYCOMPLETE), row.block >= 8 ? 1u : 0u);
     }
     EXPECT_EQ(engine.GetPlayerState(), 1);
-    EXPECT_TRUE(engine.IsEnded());
+    EXPECT_TRUE(CWavOutProbe::IsEnded(engine));
     // The end leaves the device open; a new start waits for the stop.
     EXPECT_FALSE(engine.StartPlay(path.c_str()));
     EXPECT_TRUE(engine.StopPlay());
@@ -94,8 +95,8 @@ TEST_F(EngineTest, ShortFileEndsOnFirstReturnedBuffer)
     EXPECT_EQ(Count(WM_PLAYCOMPLETE), 1u);
     // The history passes through its starting values before it holds the end.
     std::vector<uint32_t> history3;
-    history3.push_back(engine.PositionHistory(3));
-    while (host.Step()) history3.push_back(engine.PositionHistory(3));
+    history3.push_back(CWavOutProbe::PositionHistory(engine, 3));
+    while (host.Step()) history3.push_back(CWavOutProbe::PositionHistory(engine, 3));
     EXPECT_EQ(history3, (std::vector<uint32_t>{4410, 8820, 13230, 44 + 3 * 4410 - 200}));
 }
 
@@ -184,7 +185,7 @@ TEST_F(EngineTest, DerivedDataLengthAndTimeConversion)
         CWavOut local;
         std::string path = WriteFile(std::string(c.name) + ".wav", c.bytes);
         ASSERT_TRUE(local.StartPlay(path.c_str()));
-        EXPECT_EQ(local.DataStart(), c.dataStart);
+        EXPECT_EQ(CWavOutProbe::DataStart(local), c.dataStart);
         EXPECT_EQ(local.GetTotalPlayTime(), c.totalMs);
         local.StopPlay();
     }
@@ -465,7 +466,7 @@ TEST_F(EngineTest, ReplayFromCurrentPositionAfterTheEnd)
     engine.ResetToPlayFromCurPos();
     EXPECT_EQ(host.Queued(), 4u);
     EXPECT_EQ(engine.GetPlayerState(), 1);
-    EXPECT_FALSE(engine.IsEnded());
+    EXPECT_FALSE(CWavOutProbe::IsEnded(engine));
     size_t mark = host.PlayedBytes().size();
     ASSERT_TRUE(host.Step());
     EXPECT_EQ(host.PlayedBytes().substr(mark), data.substr(0, 4410));
