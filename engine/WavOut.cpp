@@ -142,7 +142,7 @@ BOOL CWavOut::StartPlay(const char* path)
     m_readSize = std::min(m_readSize, kLargestReadSize);
     if (IsRefined()) m_readSize = std::min(RefinedReadSize(), kLargestReadSize - kLargestReadSize % m_format.blockAlign);
     m_bufferCapacity = 10 * m_readSize;
-    m_buffersPerSpan = static_cast<int32_t>(m_spanMs / 100.0);
+    m_cadence.buffersPerSpan = static_cast<int32_t>(m_cadence.spanMs / 100.0);
 
     if (!AllocateBuffers()) return FALSE;
     uint32_t counts[kBufferCount] = {};
@@ -182,14 +182,14 @@ bool CWavOut::FillFirstBlocks(uint32_t (&counts)[kBufferCount])
             if (buffer == nullptr) return false;
         }
         StartRefinedPipeline();
-        const BOOL justPlay = m_bJustPlay;
-        m_wordCount = 0;
+        const BOOL justPlay = m_cadence.justPlay;
+        m_cadence.wordCount = 0;
         for (int i = 0; i < kBufferCount; ++i) counts[i] = m_bInputDone ? 0 : FillRefinedBlock(m_buffers[i]);
         if (!justPlay) {
-            m_buffersInSpan = kBufferCount;
-            m_resumeTick = 0;
-            m_pauseTick = 0;
-            m_spanStartTick = GetTickCount();
+            m_cadence.buffersInSpan = kBufferCount;
+            m_cadence.resumeTick = 0;
+            m_cadence.pauseTick = 0;
+            m_cadence.spanStartTick = GetTickCount();
             CountRefinedFirstTenSeconds();
         }
         return true;
@@ -197,18 +197,18 @@ bool CWavOut::FillFirstBlocks(uint32_t (&counts)[kBufferCount])
     for (int i = 0; i < kBufferCount; ++i) {
         if (m_buffers[i] != nullptr) counts[i] = m_file.Read(m_buffers[i], m_readSize);
     }
-    if (!m_bJustPlay) {
-        m_buffersInSpan = 0;
-        m_wordCount = 0;
-        m_resumeTick = 0;
-        m_pauseTick = 0;
-        m_spanStartTick = GetTickCount();
+    if (!m_cadence.justPlay) {
+        m_cadence.buffersInSpan = 0;
+        m_cadence.wordCount = 0;
+        m_cadence.resumeTick = 0;
+        m_cadence.pauseTick = 0;
+        m_cadence.spanStartTick = GetTickCount();
         for (int i = 0; i < kBufferCount; ++i) {
             if (m_buffers[i] != nullptr) {
-                m_wordCount += CountVoicedFrames(m_buffers[i], counts[i], m_format.samplesPerSec,
+                m_cadence.wordCount += CountVoicedFrames(m_buffers[i], counts[i], m_format.samplesPerSec,
                                                  m_format.bitsPerSample);
             }
-            m_buffersInSpan += 1;
+            m_cadence.buffersInSpan += 1;
         }
         CountFirstTenSeconds();
     }
@@ -253,7 +253,7 @@ BOOL CWavOut::PausePlay()
         ShowDirectBox("音频暂停播放失败!");
         return FALSE;
     }
-    m_pauseTick = GetTickCount();
+    m_cadence.pauseTick = GetTickCount();
     m_state = 2;
     m_pausePosition = static_cast<uint32_t>(m_file.GetPosition());
     return TRUE;
@@ -266,7 +266,7 @@ BOOL CWavOut::ResumePlay()
         ShowDirectBox("音频重新播放失败!");
         return FALSE;
     }
-    m_resumeTick = GetTickCount();
+    m_cadence.resumeTick = GetTickCount();
     m_state = 1;
     // A refined jump made while paused may land where reading stood; it
     // still starts the stages afresh there.

@@ -30,6 +30,32 @@ constexpr int kBufferCount = 4;
 constexpr int16_t kProfileClassic = 0;
 constexpr int16_t kProfileRefined = 1;
 
+// The live word count's cadence: the span a report covers, how far into it
+// play is, in blocks and in ticks, with time spent paused kept apart.
+// Written by the device's thread while playing, by the host's when stopped
+// or paused.
+struct WordCountCadence {
+    std::atomic<BOOL> justPlay{0};  // counting is off
+    int32_t wordCount = 0;
+    std::atomic<uint32_t> pauseTick{0};
+    std::atomic<uint32_t> resumeTick{0};
+    uint32_t spanStartTick = 0;
+    int32_t buffersInSpan = 0;
+    int32_t buffersPerSpan = 0;
+    int32_t spanMs = 1000;
+};
+
+// The stretches play treats apart, in milliseconds of the file: the loop
+// section and the one-sentence span. Set by the host, read by the device's
+// thread.
+struct PlaySections {
+    std::atomic<uint32_t> loopEndMs{0};
+    std::atomic<uint32_t> loopStartMs{0};
+    std::atomic<BOOL> loop{0};
+    std::atomic<int32_t> sentenceEndMs{0};
+    std::atomic<int32_t> sentenceStartMs{0};
+};
+
 // The playback engine: one open file, the output device, four buffers that
 // rotate through it, and the playing state. Called on the host's thread; the
 // device calls back on its own thread, where every returned buffer is read
@@ -56,7 +82,7 @@ public:
     void LoadMixSound(const char* path);
     void SetMixerFlag(BOOL bOpen) { m_bMixOn = bOpen; }
     BOOL GetMixerFlag() const { return m_bMixOn.load(); }
-    void SetJustPlay(BOOL flag) { m_bJustPlay = flag; }
+    void SetJustPlay(BOOL flag) { m_cadence.justPlay = flag; }
     // The profile for the next start; a play under way keeps its own.
     void SetPlaybackProfile(int16_t profile) { m_requestedProfile = profile; }
     int16_t GetPlaybackProfile() const { return m_requestedProfile.load(); }
@@ -73,8 +99,8 @@ public:
     // The caller checks it with IsSyllablesPerWordValid.
     void SetSyllablesPerWord(double ratio) { m_syllablesPerWord = ratio; }
     double GetSyllablesPerWord() const { return m_syllablesPerWord.load(); }
-    void SetCountWordTimeSpan(int32_t ms) { m_spanMs = ms; }
-    int32_t GetCountWordTimeSpan() const { return m_spanMs; }
+    void SetCountWordTimeSpan(int32_t ms) { m_cadence.spanMs = ms; }
+    int32_t GetCountWordTimeSpan() const { return m_cadence.spanMs; }
 
     // Time and position.
     uint32_t GetTotalPlayTime();
@@ -200,21 +226,10 @@ private:
     std::atomic<uint32_t> m_positionHistory[4] = {13230, 8820, 4410, 4410};
     uint32_t m_dataStart = 0;
     std::string m_filePath;
-    std::atomic<int32_t> m_sentenceEndMs{0};
-    std::atomic<int32_t> m_sentenceStartMs{0};
-    std::atomic<BOOL> m_bJustPlay{0};
-    int32_t m_wordCount = 0;
-    std::atomic<uint32_t> m_pauseTick{0};
-    std::atomic<uint32_t> m_resumeTick{0};
-    uint32_t m_spanStartTick = 0;
-    int32_t m_buffersInSpan = 0;
-    int32_t m_buffersPerSpan = 0;
-    int32_t m_spanMs = 1000;
     std::atomic<BOOL> m_bOpened{0};
+    WordCountCadence m_cadence;
+    PlaySections m_sections;
     uint32_t m_pausePosition = 0;
-    std::atomic<uint32_t> m_loopEndMs{0};
-    std::atomic<uint32_t> m_loopStartMs{0};
-    std::atomic<BOOL> m_bLoop{0};
     std::atomic<BOOL> m_bSuspended{0};
     // The noise samples and their read position, handed from the host's
     // thread to the device's so that a block is mixed wholly with one sound.

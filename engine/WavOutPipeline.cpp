@@ -88,11 +88,11 @@ void CWavOut::HandBack(const WAVEHDR* header)
 
 void CWavOut::CheckSentenceEnd()
 {
-    int32_t sentenceStart = m_sentenceStartMs.load();
-    int32_t sentenceEnd = m_sentenceEndMs.load();
+    int32_t sentenceStart = m_sections.sentenceStartMs.load();
+    int32_t sentenceEnd = m_sections.sentenceEndMs.load();
     if (sentenceStart < sentenceEnd && GetCurrentPlayTime() >= static_cast<uint32_t>(sentenceEnd)) {
-        m_sentenceStartMs = 0;
-        m_sentenceEndMs = 0;
+        m_sections.sentenceStartMs = 0;
+        m_sections.sentenceEndMs = 0;
         PostMessageA(m_hNotifyWnd.load(), WM_ONESENTENCEDONE, 0, 0);
     }
 }
@@ -101,21 +101,21 @@ void CWavOut::CheckSentenceEnd()
 // far goes to the control, with the time the span took.
 void CWavOut::CountWordsInSpan()
 {
-    if (m_bJustPlay) return;
-    m_buffersInSpan += 1;
+    if (m_cadence.justPlay) return;
+    m_cadence.buffersInSpan += 1;
     // A span below 100 ms would hold no whole block; it reports with
     // every block instead of dividing by zero.
-    int32_t buffersPerSpan = m_buffersPerSpan > 0 ? m_buffersPerSpan : 1;
-    if (m_buffersInSpan % buffersPerSpan == 0) {
+    int32_t buffersPerSpan = m_cadence.buffersPerSpan > 0 ? m_cadence.buffersPerSpan : 1;
+    if (m_cadence.buffersInSpan % buffersPerSpan == 0) {
         uint32_t now = GetTickCount();
-        uint32_t spanMs = now + m_pauseTick.load() - m_spanStartTick - m_resumeTick.load();
-        PostMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(m_wordCount),
+        uint32_t spanMs = now + m_cadence.pauseTick.load() - m_cadence.spanStartTick - m_cadence.resumeTick.load();
+        PostMessageA(m_hNotifyWnd.load(), WM_WORDCOUNT, static_cast<WPARAM>(m_cadence.wordCount),
                      static_cast<LPARAM>(spanMs));
-        m_buffersInSpan = 0;
-        m_wordCount = 0;
-        m_spanStartTick = now;
-        m_resumeTick = 0;
-        m_pauseTick = 0;
+        m_cadence.buffersInSpan = 0;
+        m_cadence.wordCount = 0;
+        m_cadence.spanStartTick = now;
+        m_cadence.resumeTick = 0;
+        m_cadence.pauseTick = 0;
     }
 }
 
@@ -143,9 +143,9 @@ bool CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 
     CheckSentenceEnd();
 
-    if (m_bLoop) {
-        uint32_t loopStart = m_loopStartMs.load();
-        uint32_t loopEnd = m_loopEndMs.load();
+    if (m_sections.loop) {
+        uint32_t loopStart = m_sections.loopStartMs.load();
+        uint32_t loopEnd = m_sections.loopEndMs.load();
         // A loop end at or past the end of the file could never be reached,
         // because the time stands still there; the end of the file then
         // wraps the loop, so empty buffers never circle through the device.
@@ -169,9 +169,9 @@ bool CWavOut::OnBufferDone(HWAVEOUT device, WAVEHDR* header)
 
     header->dwBufferLength = m_file.Read(header->lpData, m_readSize);
 
-    if (!m_bJustPlay) {
+    if (!m_cadence.justPlay) {
         CountWordsInSpan();
-        m_wordCount += m_wordStage.Count(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength);
+        m_cadence.wordCount += m_wordStage.Count(reinterpret_cast<const uint8_t*>(header->lpData), header->dwBufferLength);
     }
 
     ApplySpeedChange(*header);

@@ -114,15 +114,15 @@ void CWavOut::SpeedBack(uint32_t distance)
 
 void CWavOut::SetLoopPlaySection(BOOL bLoopPlay, uint32_t startPos, uint32_t endPos)
 {
-    m_bLoop = bLoopPlay;
-    m_loopStartMs = startPos;
-    m_loopEndMs = endPos;
+    m_sections.loop = bLoopPlay;
+    m_sections.loopStartMs = startPos;
+    m_sections.loopEndMs = endPos;
 }
 
 void CWavOut::SetOneSentenceTimeSpan(int32_t startTimePos, int32_t endTimePos)
 {
-    m_sentenceStartMs = startTimePos;
-    m_sentenceEndMs = endTimePos;
+    m_sections.sentenceStartMs = startTimePos;
+    m_sections.sentenceEndMs = endTimePos;
 }
 
 void CWavOut::ResetToPlayFromCurPos()

@@ -129,8 +129,8 @@ uint64_t CWavOut::MsToDataByte(uint32_t ms) const
 uint32_t CWavOut::ReadRefinedBlock(uint8_t* into, bool& last)
 {
     uint64_t limit = m_dataEnd;
-    const bool looping = m_bLoop && m_loopEndMs.load() > m_loopStartMs.load();
-    if (looping) limit = std::min(limit, MsToDataByte(m_loopEndMs.load()));
+    const bool looping = m_sections.loop && m_sections.loopEndMs.load() > m_sections.loopStartMs.load();
+    if (looping) limit = std::min(limit, MsToDataByte(m_sections.loopEndMs.load()));
     const uint64_t position = m_file.GetPosition();
     const uint64_t wanted = position >= limit ? 0 : std::min<uint64_t>(m_readSize, limit - position);
     const uint32_t got = m_file.Read(into, static_cast<uint32_t>(wanted));
@@ -146,15 +146,15 @@ uint32_t CWavOut::FillRefinedBlock(uint8_t* data)
     bool last = false;
     const uint32_t read = ReadRefinedBlock(data, last);
     // The live count: words by the syllables of the file's own samples.
-    if (!m_bJustPlay) m_wordCount += int32_t(m_wordTally.Add(m_syllables.FeedBytes(data, read, m_format.bitsPerSample)));
+    if (!m_cadence.justPlay) m_cadence.wordCount += int32_t(m_wordTally.Add(m_syllables.FeedBytes(data, read, m_format.bitsPerSample)));
     const int64_t stageStart = m_tempo.OutputFrames();
     const uint32_t bytes = m_tempo.Run(data, read, m_bufferCapacity, m_speedLevel.load(), last);
     RecordHeardMarks(stageStart, bytes);
     MixNoise(data, bytes);
 
-    const bool looping = m_bLoop && m_loopEndMs.load() > m_loopStartMs.load();
+    const bool looping = m_sections.loop && m_sections.loopEndMs.load() > m_sections.loopStartMs.load();
     if (last && looping) {
-        const uint64_t start = MsToDataByte(m_loopStartMs.load());
+        const uint64_t start = MsToDataByte(m_sections.loopStartMs.load());
         m_file.Seek(static_cast<int64_t>(start), CFile::begin);
         m_tempo.Restart(static_cast<int64_t>((start - m_dataStart) / m_format.blockAlign));
         m_syllables.Reset();
