@@ -10,20 +10,10 @@
 
 #include "engine/WavOut.h"
 #include "platform/MessageBox.h"
+#include "riff/WavHead.h"
 #include "tests/support/WordCounterReference.h"
 
 namespace {
-
-void PutU32(std::string& bytes, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
-}
-
-void PutU16(std::string& bytes, uint16_t value)
-{
-    bytes.push_back(static_cast<char>(value & 0xFF));
-    bytes.push_back(static_cast<char>(value >> 8));
-}
 
 std::string MakeFile(uint32_t rate, uint16_t channels)
 {
@@ -31,18 +21,9 @@ std::string MakeFile(uint32_t rate, uint16_t channels)
     std::vector<uint8_t> tenBytes = wordref::AsBytes(ten);
     std::string data;
     for (int i = 0; i < 6; ++i) data.append(reinterpret_cast<const char*>(tenBytes.data()), tenBytes.size());
-    std::string bytes = "RIFF";
-    PutU32(bytes, static_cast<uint32_t>(36 + data.size()));
-    bytes += "WAVEfmt ";
-    PutU32(bytes, 16);
-    PutU16(bytes, 1);
-    PutU16(bytes, channels);
-    PutU32(bytes, rate);
-    PutU32(bytes, rate * channels * 2);
-    PutU16(bytes, static_cast<uint16_t>(channels * 2));
-    PutU16(bytes, 16);
-    bytes += "data";
-    PutU32(bytes, static_cast<uint32_t>(data.size()));
+    uint8_t head[riff::kCanonicalHeadBytes];
+    riff::PutCanonicalWavHead(head, riff::Pcm16Format(channels, rate), static_cast<uint32_t>(data.size()));
+    std::string bytes(reinterpret_cast<const char*>(head), sizeof head);
     bytes += data;
     std::string path = "/tmp/tempvox-startplay-" + std::to_string(getpid()) + "-" + std::to_string(rate) + "-" +
                        std::to_string(channels) + ".wav";

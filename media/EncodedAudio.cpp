@@ -10,6 +10,8 @@
 #include "platform/Library.h"
 #include "platform/OwnedFiles.h"
 #include "messages/MessageCatalogue.h"
+#include "riff/LittleEndian.h"
+#include "riff/WavHead.h"
 
 const char* const kCodecLibraryName = "libvoxcodec.so";
 
@@ -31,21 +33,7 @@ struct EncodedHeader {
     uint32_t frameCount = 0;
 };
 
-uint32_t GetU32(const uint8_t* in)
-{
-    return uint32_t(in[0]) | uint32_t(in[1]) << 8 | uint32_t(in[2]) << 16 | uint32_t(in[3]) << 24;
-}
-
-void PutU16(uint8_t* out, uint16_t value)
-{
-    out[0] = uint8_t(value);
-    out[1] = uint8_t(value >> 8);
-}
-
-void PutU32(uint8_t* out, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i) out[i] = uint8_t(value >> (8 * i));
-}
+using riff::GetU32;
 
 bool HasKnownMagic(const uint8_t* record)
 {
@@ -92,20 +80,7 @@ bool ReadUsableHeader(CFile& encoded, uint8_t (&record)[kEncodedHeaderBytes], En
 
 void BuildWavHeader(const EncodedHeader& header, uint32_t dataBytes, uint8_t* out)
 {
-    const uint16_t channels = uint16_t(header.channels);
-    std::memcpy(out, "RIFF", 4);
-    PutU32(out + 4, 36 + dataBytes);
-    std::memcpy(out + 8, "WAVE", 4);
-    std::memcpy(out + 12, "fmt ", 4);
-    PutU32(out + 16, 16);
-    PutU16(out + 20, 1);
-    PutU16(out + 22, channels);
-    PutU32(out + 24, header.sampleRate);
-    PutU32(out + 28, uint32_t(channels) * header.sampleRate * 2);
-    PutU16(out + 32, uint16_t(channels * 2));
-    PutU16(out + 34, 16);
-    std::memcpy(out + 36, "data", 4);
-    PutU32(out + 40, dataBytes);
+    riff::PutCanonicalWavHead(out, riff::Pcm16Format(uint16_t(header.channels), header.sampleRate), dataBytes);
 }
 
 // The extension is that of the file's own name: a dot in a folder's name

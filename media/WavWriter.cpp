@@ -4,39 +4,10 @@
 #include <bit>
 #include <cstring>
 
+#include "riff/LittleEndian.h"
+#include "riff/WavHead.h"
+
 namespace media {
-namespace {
-
-void PutU16(uint8_t* out, uint16_t value)
-{
-    out[0] = uint8_t(value);
-    out[1] = uint8_t(value >> 8);
-}
-
-void PutU32(uint8_t* out, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i) out[i] = uint8_t(value >> (8 * i));
-}
-
-}  // namespace
-
-void BuildCanonicalWavHead(uint16_t channels, uint32_t sampleRate, uint32_t dataBytes, uint8_t (&head)[44])
-{
-    const uint16_t blockAlign = uint16_t(channels * 2);
-    std::memcpy(head, "RIFF", 4);
-    PutU32(head + 4, 36 + dataBytes);
-    std::memcpy(head + 8, "WAVEfmt ", 8);
-    PutU32(head + 16, 16);
-    PutU16(head + 20, 1);
-    PutU16(head + 22, channels);
-    PutU32(head + 24, sampleRate);
-    PutU32(head + 28, sampleRate * blockAlign);
-    PutU16(head + 32, blockAlign);
-    PutU16(head + 34, 16);
-    std::memcpy(head + 36, "data", 4);
-    PutU32(head + 40, dataBytes);
-}
-
 WavWriter::~WavWriter() = default;
 
 bool WavWriter::Open(const std::string& path, uint16_t channels, uint32_t sampleRate)
@@ -49,7 +20,7 @@ bool WavWriter::Open(const std::string& path, uint16_t channels, uint32_t sample
     m_full = m_failed = false;
     m_buffered = 0;
     uint8_t head[44];
-    BuildCanonicalWavHead(channels, sampleRate, 0, head);
+    riff::PutCanonicalWavHead(head, riff::Pcm16Format(channels, sampleRate), 0);
     m_failed = m_file.Write(head, sizeof head) != sizeof head;
     return !m_failed;
 }
@@ -72,7 +43,7 @@ bool WavWriter::Append(const int16_t* samples, size_t frames)
             for (size_t i = 0; i + 1 < chunk; i += 2) {
                 int16_t value;
                 std::memcpy(&value, from + i, 2);
-                PutU16(m_buffer + m_buffered + i, uint16_t(value));
+                riff::PutU16(m_buffer + m_buffered + i, uint16_t(value));
             }
         }
         m_buffered += chunk;
@@ -96,7 +67,8 @@ bool WavWriter::Finish()
     if (!m_file.IsOpen()) return false;
     Flush();
     uint8_t head[44];
-    BuildCanonicalWavHead(m_channels, m_sampleRate, static_cast<uint32_t>(m_frames * m_channels * 2), head);
+    riff::PutCanonicalWavHead(head, riff::Pcm16Format(m_channels, m_sampleRate),
+                              static_cast<uint32_t>(m_frames * m_channels * 2));
     if (m_file.Seek(0, CFile::begin) != 0 || m_file.Write(head, sizeof head) != sizeof head) m_failed = true;
     m_file.Close();
     return !m_failed;

@@ -52,7 +52,5 @@ private:
     size_t m_buffered = 0;
 };
 
-// The 44 bytes that head `dataBytes` bytes of 16-bit samples.
-void BuildCanonicalWavHead(uint16_t channels, uint32_t sampleRate, uint32_t dataBytes, uint8_t (&head)[44]);
 
 }  // namespace media

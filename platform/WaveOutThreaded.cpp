@@ -8,6 +8,8 @@
 
 #include "platform/File.h"
 #include "platform/WaveDevice.h"
+#include "riff/LittleEndian.h"
+#include "riff/WavHead.h"
 
 namespace platform::wave {
 namespace {
@@ -364,12 +366,6 @@ private:
     bool m_paused = false;
 };
 
-void PutLE(unsigned char* at, uint32_t value, int bytes)
-{
-    for (int i = 0; i < bytes; ++i)
-        at[i] = static_cast<unsigned char>(value >> (8 * i));
-}
-
 // Writes what the device plays to a .wav file, as fast as it comes.
 class CaptureSink final : public WaveSink {
 public:
@@ -379,18 +375,17 @@ public:
     {
         if (m_path.empty() || !m_file.Open(m_path.c_str(), CFile::modeCreate | CFile::modeWrite))
             return MMSYSERR_ERROR;
-        unsigned char head[44] = {};
-        std::memcpy(head, "RIFF", 4);
-        PutLE(head + 4, 36, 4);
-        std::memcpy(head + 8, "WAVEfmt ", 8);
-        PutLE(head + 16, 16, 4);
-        PutLE(head + 20, format.wFormatTag, 2);
-        PutLE(head + 22, format.nChannels, 2);
-        PutLE(head + 24, format.nSamplesPerSec, 4);
-        PutLE(head + 28, format.nAvgBytesPerSec, 4);
-        PutLE(head + 32, format.nBlockAlign, 2);
-        PutLE(head + 34, format.wBitsPerSample, 2);
-        std::memcpy(head + 36, "data", 4);
+        // The format as the device was given it; both lengths are written
+        // when the device closes.
+        riff::WavHeadFormat fields;
+        fields.formatTag = format.wFormatTag;
+        fields.channels = format.nChannels;
+        fields.sampleRate = format.nSamplesPerSec;
+        fields.byteRate = format.nAvgBytesPerSec;
+        fields.blockAlign = format.nBlockAlign;
+        fields.bitsPerSample = format.wBitsPerSample;
+        uint8_t head[riff::kCanonicalHeadBytes];
+        riff::PutCanonicalWavHead(head, fields, 0);
         if (m_file.Write(head, sizeof head) != sizeof head) {
             m_file.Close();
             return MMSYSERR_ERROR;
@@ -405,11 +400,11 @@ public:
         // The RIFF lengths are 32 bits; a longer capture keeps its bytes
         // but its head says the most it can.
         const uint32_t dataLength = static_cast<uint32_t>(std::min<uint64_t>(m_accepted, UINT32_MAX - 36));
-        unsigned char length[4];
-        PutLE(length, dataLength + 36, 4);
+        uint8_t length[4];
+        riff::PutU32(length, dataLength + 36);
         if (m_file.Seek(4, CFile::begin) == 4)
             m_file.Write(length, 4);
-        PutLE(length, dataLength, 4);
+        riff::PutU32(length, dataLength);
         if (m_file.Seek(40, CFile::begin) == 40)
             m_file.Write(length, 4);
         m_file.Close();

@@ -8,7 +8,7 @@ source_dir=$2
 
 # Folder: the project folders its sources may include (itself always).
 declare -A allowed=(
-  [platform]=""
+  [platform]="riff"
   [riff]=""
   [dsp]=""
   [codec]=""
