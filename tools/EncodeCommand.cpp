@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "codec/VoxAdpcm.h"
+#include "riff/LittleEndian.h"
 #include "tools/CommandLine.h"
 #include "tools/Commands.h"
 #include "tools/ExitCodes.h"
@@ -19,15 +20,15 @@ struct PcmAudio {
     std::vector<int16_t> samples;
 };
 
+// Fields of the file read whole; the caller has checked that they lie in it.
 uint32_t GetU32(const std::string& bytes, size_t at)
 {
-    return uint32_t(uint8_t(bytes[at])) | uint32_t(uint8_t(bytes[at + 1])) << 8 |
-           uint32_t(uint8_t(bytes[at + 2])) << 16 | uint32_t(uint8_t(bytes[at + 3])) << 24;
+    return riff::GetU32(reinterpret_cast<const uint8_t*>(bytes.data()) + at);
 }
 
 uint16_t GetU16(const std::string& bytes, size_t at)
 {
-    return uint16_t(uint8_t(bytes[at]) | uint8_t(bytes[at + 1]) << 8);
+    return riff::GetU16(reinterpret_cast<const uint8_t*>(bytes.data()) + at);
 }
 
 // Walks the chunks of a RIFF WAVE file for its format and its samples;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "riff/LittleEndian.h"
 #include "platform/Exceptions.h"
 #include "platform/File.h"
 #include "view/RulerScale.h"
@@ -31,12 +32,6 @@ view::SampleLayout SampleLayoutOf(const riff::WaveLayout& layout)
     samples.blockAlign = layout.blockAlign;
     samples.isFloat = layout.formatTag == riff::kFormatIeeeFloat;
     return samples;
-}
-
-void PutU32(BYTE* at, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i)
-        at[i] = static_cast<BYTE>(value >> (8 * i));
 }
 
 void FillColumns(HDC dc, int left, int top, int right, int bottom, HBRUSH brush)
@@ -219,8 +214,8 @@ void CWaveViewCtrl::WriteRefinedSelection(const std::string& path, int startPx, 
     const uint32_t sampleBytes = static_cast<uint32_t>(sampleBytes64);
 
     std::vector<BYTE> head(m_pFileView, m_pFileView + headBytes);
-    PutU32(head.data() + 4, headBytes - 8 + sampleBytes + pad);
-    PutU32(head.data() + headBytes - 4, sampleBytes);
+    riff::PutU32(head.data() + 4, headBytes - 8 + sampleBytes + pad);
+    riff::PutU32(head.data() + headBytes - 4, sampleBytes);
     const BYTE* samples = m_pFileView + m_layout.dataOffset + first * m_layout.blockAlign;
     const BYTE padByte = 0;
 
